@@ -1,0 +1,157 @@
+// Everything that touches the disk: scanning a directory by wildcard, copying, moving, creating and
+// removing files and trees, changing modes and owners, looking up users and groups.
+//
+// Operations answer 1 for success and 0 for failure, those on many files with a count. They log
+// what failed with the system's reason and go on where they can; what creates or removes something
+// also tells two process-wide progress callbacks. Each operation clears errno where it begins.
+// Paths are at most 255 characters.
+#pragma once
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+// A directory entry or a looked-up path.
+struct file {
+    char name[256];   // the full path
+    char *link;       // owned: what a symbolic link points to; meaningful only for a link
+    struct stat info; // of the entry itself, a link not being followed
+};
+using File = file;
+
+// A scan in progress.
+struct xfilehandle {
+    char *path;  // owned: the directory
+    char *wild;  // owned: the pattern
+    DIR *handle; // the open stream
+};
+using FHandle = xfilehandle;
+
+// Told about progress: what was worked on, the destination or null, and a mode (1 for what was
+// created, 0 for what was removed).
+using FileFn = void (*)(char *source, char *destination, int mode);
+
+// The pair of progress callbacks; null: not told.
+struct file_setup_inf {
+    FileFn xok;
+    FileFn xfail;
+};
+using FSInf = file_setup_inf;
+
+// Set both callbacks; set them from a pair; store the current pair, to be put back later.
+void file_setup_fn(FileFn xok, FileFn xfail);
+void file_setup(const FSInf *inf);
+void file_old_setup(FSInf *inf);
+
+// Logs an error with ", " and the system's reason for the current errno. A null format is ignored.
+[[gnu::format(printf, 1, 2)]] void file_error(const char *format, ...);
+
+// --- Looking ---------------------------------------------------------------------------------
+
+// Opens a scan of a directory for the names that match a wildcard (with regard to case) and
+// returns a new record of the first; null, with *h null, when there is none or the directory
+// cannot be opened (which is logged). "." and ".." are never met; nothing is sorted.
+[[nodiscard]] File *file_first(FHandle **h, const char *path, const char *wild);
+
+// Refills the record with the next match: 1, or 0 at the end. An entry whose full path does not fit
+// is passed over with an error in the log; one that has vanished, silently.
+int file_next(File *x, FHandle *h);
+
+// Close a scan; release a record. Both clear the caller's pointer and accept null.
+void file_last(FHandle **h);
+void file_free(File **x);
+
+// Refreshes info (and link) for the name in the record: 1, or 0 for null and when there is nothing.
+int file_stat(File *x);
+
+// A new record for one path; null when there is nothing of that name.
+[[nodiscard]] File *file_existf(const char *path);
+
+// A copy that shares nothing with the record; null for null.
+[[nodiscard]] File *file_dup(const File *x);
+
+// The record's own name; null for null.
+char *file_name(File *x);
+
+// The last component of the name, at most bfsz characters: the buffer holds bfsz + 1. Returns the
+// buffer; null for nulls.
+char *file_filename(const File *x, char *buffer, unsigned bfsz);
+
+// The directory part of the name, of which bfsz - 1 characters are looked at: empty without a
+// separator and when the only one comes first. Returns the buffer; null for nulls.
+char *file_path(const File *x, char *buffer, unsigned bfsz);
+
+// True when the entry itself is a directory (a link to one is not); its name within its directory.
+bool is_directory(const File &entry);
+const char *entry_name(const File &entry);
+
+// A scan that closes itself: for (Scan scan(path, wild); scan.entry(); scan.next()).
+class Scan
+{
+  public:
+    Scan(const char *path, const char *wild) : record(file_first(&handle, path, wild)) {}
+    ~Scan();
+    Scan(const Scan &) = delete;
+    Scan &operator=(const Scan &) = delete;
+
+    // The record of the current match, refilled by next; null when there is none left.
+    const File *entry() const { return record; }
+    void next();
+
+  private:
+    FHandle *handle = nullptr;
+    File *record;
+};
+
+// What stands at a path, links followed: 0 nothing (or null), 1 not a directory, 2 a directory.
+int file_exist(const char *path);
+
+// True when both paths, links followed, lead to one and the same file.
+bool is_same_file(const char *a, const char *b);
+
+// Ids by name, the last being the user's own group; -1 when unknown.
+int file_getuid(const char *name);
+int file_getgid(const char *name);
+int file_usergid(const char *name);
+
+// Where an entry goes in a directory: the directory joined with its name. False, logged and told as
+// a failure, when that path is too long or the entry is `top`, the directory that its own tree is
+// to go into.
+bool file_target(const File &entry, const char *directory, const struct stat &top,
+                 char (&target)[256]);
+
+// --- Acting ----------------------------------------------------------------------------------
+
+// Copies the content of one file: 1 copied, 0 failed, -1 left alone because the destination exists
+// and overwrite is 0. The destination is made before the source is opened, with the default mode.
+// The length of each block of 8192 bytes is added to *bytes (null: not counted) once it is written.
+// A file is not copied onto itself, and a FIFO, socket or device is not opened.
+int file_copy(const char *src, const char *dst, int overwrite, unsigned long *bytes);
+
+// Copies what matches a wildcard (null: all) and no pattern of `not_list` (null: none excluded)
+// into the directory dst, made when missing; with recurse whole trees, without it directories come
+// over empty. Returns the number of items made.
+int file_xcopy(const char *path, const char *wild, const char *not_list, const char *dst,
+               int recurse, unsigned long *bytes);
+
+// Copies one file and removes the source, also when the copy was skipped since the destination
+// exists. 1, or 0 when either failed.
+int file_move(const char *src, const char *dst, int overwrite, unsigned long *bytes);
+
+// As file_xcopy, moving; recurse is also what decides whether files are overwritten. Returns the
+// number of items moved.
+int file_xmove(const char *path, const char *wild, const char *not_list, const char *dst,
+               int recurse, unsigned long *bytes);
+
+// Makes a directory with mode 0775 before the umask; with make_all also those above it. 1 when it
+// is there afterwards, whoever made it.
+int file_mkdir(const char *dir, int make_all);
+
+// Removes a directory; with recurse first what is in it, except what matches `not_list`. Returns
+// the number of items removed.
+int file_rmdir(const char *dir, const char *not_list, int recurse);
+
+// Change what a record's name stands for, links followed. A uid of -1 is refused silently; a gid of
+// -1 becomes the number of the uid.
+int file_chmod(const File *x, mode_t mode);
+int file_chown(const File *x, uid_t uid, gid_t gid);

@@ -1,0 +1,454 @@
+#include "init.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <iterator>
+
+#include "array.h"
+#include "file.h"
+#include "ini.h"
+#include "lib.h"
+#include "log.h"
+
+namespace
+{
+
+char *last_error = nullptr;
+
+using PendingItem = Owned<init_item, init_item_free>;
+
+struct command_word {
+    const char *word;
+    IItemMode mode;
+    void (*run)(const init_item &item, Ini *ini);
+};
+
+// --- Commands --------------------------------------------------------------------------------
+
+void run_exist(const init_item &item, Ini *ini)
+{
+    char path[path_size];
+    ini_replace(ini, item.a, path, path_size);
+    ini_add_name(ini, item.b, file_exist(path) ? "true" : "false");
+}
+
+void run_copy(const init_item &item, Ini *ini)
+{
+    ini_add_name(ini, item.a, ini_value_or_text(ini, item.b));
+}
+
+void run_http(const init_item &item, Ini *ini)
+{
+    char value[line_size] = "";
+    char reason[line_size] = "";
+    const auto wanted = [&](IItemMode mode) { return item.mode == mode ? value : nullptr; };
+    if (init_find_http_conf(wanted(IHTTP_User), wanted(IHTTP_Group), wanted(IHTTP_Root),
+                            wanted(IHTTP_Scripts), reason)) {
+        ini_add_name(ini, item.a, value);
+        return;
+    }
+    say("ERROR: %s\n", reason);
+    ini_add_name(ini, item.b, "true");
+}
+
+void run_time_date(const init_item &item, Ini *ini)
+{
+    const char *format = ini_value_name(ini, item.a);
+    if (!format) {
+        emsg("TimeDate '%s' is NULL", item.a);
+        return;
+    }
+    const time_t now = std::time(nullptr);
+    struct tm local {
+    };
+    ::localtime_r(&now, &local);
+    char text[line_size];
+    // Nothing is written when the result does not fit or is empty.
+    if (std::strftime(text, line_size, format, &local) == 0)
+        text[0] = '\0';
+    ini_add_name(ini, item.b, text);
+}
+
+void run_write_file(const init_item &item, Ini *ini)
+{
+    char path[path_size];
+    ini_replace(ini, item.a, path, path_size);
+    Stream stream(create_text(path));
+    if (stream)
+        std::fputs(ini_value_or_text(ini, item.b), stream.get());
+    if (!stream || !close_written(stream))
+        emsg("Failed to write (%s), %s", path, std::strerror(errno));
+}
+
+void run_read_file(const init_item &item, Ini *ini)
+{
+    char path[path_size];
+    ini_replace(ini, item.a, path, path_size);
+    const Stream stream(open_text(path));
+    const Text text(stream ? read_text(stream.get()) : nullptr);
+    if (!stream || std::ferror(stream.get()))
+        emsg("Failed to read (%s), %s", path, std::strerror(errno));
+    ini_add_name(ini, item.b, text.get());
+}
+
+constexpr command_word command_words[] = {
+    {"Exist", IExist, run_exist},           {"Copy", ICopy, run_copy},
+    {"HTTP_User", IHTTP_User, run_http},    {"HTTP_Group", IHTTP_Group, run_http},
+    {"HTTP_Root", IHTTP_Root, run_http},    {"HTTP_Scripts", IHTTP_Scripts, run_http},
+    {"TimeDate", ITimeDate, run_time_date}, {"WFile", IWFile, run_write_file},
+    {"RFile", IRFile, run_read_file},
+};
+
+// An item without a comparison always runs; one that compares nothing never does.
+bool is_wanted(const init_item &item, const Ini *ini)
+{
+    return !item.compare ||
+           (item.control && s_strcmp(ini_value_or_text(ini, item.control), item.compare) == 0);
+}
+
+// --- Loading ---------------------------------------------------------------------------------
+
+void set_mode(init_item &item, const char *word)
+{
+    const auto *known =
+        std::find_if(std::begin(command_words), std::end(command_words),
+                     [word](const command_word &row) { return s_strcmp(row.word, word) == 0; });
+    if (known == std::end(command_words))
+        emsg("Unknown init command '%s'", word);
+    else
+        item.mode = known->mode;
+}
+
+// "-" leaves the field as it is, so that an item which a short line began keeps what it has.
+void set_unless_dash(char **field, const char *text)
+{
+    if (s_strcmp(text, "-") != 0)
+        s_assign(field, text);
+}
+
+// Takes over one line; true when it had all its fields. What a short line leaves unset stays as an
+// earlier one left it.
+bool fill_item(init_item &item, char *line)
+{
+    set_mode(item, next_field(&line));
+    const char *a = next_field(&line);
+    if (a)
+        s_assign(&item.a, a);
+    const char *b = next_field(&line);
+    if (b)
+        s_assign(&item.b, b);
+    const char *control = next_field(&line);
+    if (control)
+        set_unless_dash(&item.control, control);
+    const char *compare = next_field(&line);
+    if (compare)
+        set_unless_dash(&item.compare, compare);
+    return compare != nullptr;
+}
+
+} // namespace
+
+pInit init_init()
+{
+    return new init{.list = array_init(0)};
+}
+
+int init_load(pInit script, const char *file)
+{
+    if (!script || !file)
+        return 0;
+    errno = 0;
+    LineReader reader(file);
+    PendingItem pending;
+    while (char *line = reader.next_content()) {
+        if (!pending)
+            pending.reset(new init_item{});
+        if (fill_item(*pending, line) && array_add(script->list, pending.get()))
+            static_cast<void>(pending.release());
+    }
+    if (reader.is_open() && !reader.failed())
+        return 1;
+    init_seterror("Failed to read '%s', %s", file, std::strerror(errno));
+    return 0;
+}
+
+const char *init_error()
+{
+    return last_error ? last_error : "";
+}
+
+void init_seterror(const char *format, ...)
+{
+    char message[line_size];
+    va_list arguments;
+    va_start(arguments, format);
+    vlprintf(message, line_size, format, arguments);
+    va_end(arguments);
+    s_assign(&last_error, message);
+}
+
+pIItem init_get_num(pInit script, int n)
+{
+    return script ? static_cast<pIItem>(array_get_num(script->list, n)) : nullptr;
+}
+
+pIItem init_get(pInit script)
+{
+    return script ? static_cast<pIItem>(array_get(script->list)) : nullptr;
+}
+
+void init_goto(pInit script, int n)
+{
+    if (script)
+        array_goto(script->list, n);
+}
+
+void init_start(pInit script)
+{
+    if (script)
+        array_start(script->list);
+}
+
+void init_next(pInit script)
+{
+    if (script)
+        array_next(script->list);
+}
+
+void init_prev(pInit script)
+{
+    if (script)
+        array_prev(script->list);
+}
+
+void init_run(pInit script, Ini *ini)
+{
+    for (const init_item *item = init_get_num(script, 0); item; item = init_get(script)) {
+        if (!is_wanted(*item, ini))
+            continue;
+        errno = 0;
+        for (const command_word &row : command_words)
+            if (row.mode == item->mode)
+                row.run(*item, ini);
+    }
+}
+
+void init_item_free(pIItem *item)
+{
+    if (!item || !*item)
+        return;
+    std::free((*item)->a);
+    std::free((*item)->b);
+    std::free((*item)->compare);
+    std::free((*item)->control);
+    delete *item;
+    *item = nullptr;
+}
+
+void init_free(pInit *script)
+{
+    if (!script || !*script)
+        return;
+    array_free_fn(&(*script)->list, [](void **slot) {
+        pIItem item = static_cast<pIItem>(*slot);
+        init_item_free(&item);
+        *slot = nullptr;
+    });
+    delete *script;
+    *script = nullptr;
+}
+
+// --- The web server's configuration ----------------------------------------------------------
+
+namespace
+{
+
+constexpr const char *http_files[] = {
+    "/etc/apache/httpd.conf",
+    "/etc/httpd/conf/httpd.conf",
+    "/etc/httpd/httpd.conf",
+    "/usr/local/apache/conf/httpd.conf",
+    "/usr/local/httpd/conf/httpd.conf",
+    "/usr/local/apache/etc/httpd.conf",
+    "/usr/internet/httpd/public/conf/httpd.conf",
+    "/opt/apache/conf/httpd.conf",
+};
+
+// What is found once holds for the run.
+char http_user[line_size];
+char http_group[line_size];
+char http_root[line_size];
+char http_scripts[line_size];
+int done_user = 0;
+int done_group = 0;
+int done_root = 0;
+int done_scripts = 0;
+
+// A directive's handler takes the fields behind its name; false, with errmsg filled, ends the
+// search.
+struct directive {
+    const char *name;
+    bool (*take)(char *fields, char *errmsg);
+};
+
+// What a user and a group have in common: a name that the system must know.
+struct account {
+    const char *bad;
+    const char *found;
+    int (*look_up)(const char *name);
+    char *value;
+    int *done;
+};
+
+bool take_account(char *fields, char *errmsg, const account &kind)
+{
+    const char *name = next_field(&fields);
+    if (!name)
+        return true;
+    const int id = kind.look_up(name);
+    if (id < 0) {
+        lprintf(errmsg, line_size, kind.bad, name, id);
+        return false;
+    }
+    dmsg(kind.found, name);
+    scpy(kind.value, name, line_size);
+    *kind.done = 1;
+    return true;
+}
+
+bool take_user(char *fields, char *errmsg)
+{
+    return take_account(fields, errmsg,
+                        {.bad = "User '%s' has bad uid '%d'",
+                         .found = "Found user [%s]",
+                         .look_up = file_getuid,
+                         .value = http_user,
+                         .done = &done_user});
+}
+
+bool take_group(char *fields, char *errmsg)
+{
+    // It says uid for a group too, as it always has.
+    return take_account(fields, errmsg,
+                        {.bad = "Group '%s' has bad uid '%d'",
+                         .found = "Found group [%s]",
+                         .look_up = file_getgid,
+                         .value = http_group,
+                         .done = &done_group});
+}
+
+// A directory that begins with a quote loses its first and its last character.
+void take_directory(char *directory, char (&value)[line_size], int *done)
+{
+    *done = 1;
+    if (directory[0] != '"') {
+        scpy(value, directory);
+        return;
+    }
+    const size_t length = std::strlen(directory);
+    if (length < 2)
+        return;
+    directory[length - 1] = '\0';
+    scpy(value, directory + 1);
+}
+
+bool take_scripts(char *fields, char *)
+{
+    const char *url = next_field(&fields);
+    char *directory = next_field(&fields);
+    if (directory && s_strstr(url, "cgi-bin"))
+        take_directory(directory, http_scripts, &done_scripts);
+    return true;
+}
+
+bool take_root(char *fields, char *)
+{
+    if (char *directory = next_field(&fields))
+        take_directory(directory, http_root, &done_root);
+    return true;
+}
+
+constexpr directive directives[] = {
+    {"User", take_user},
+    {"Group", take_group},
+    {"ScriptAlias", take_scripts},
+    {"DocumentRoot", take_root},
+};
+
+bool take_line(char *line, char *errmsg)
+{
+    const char *name = next_field(&line);
+    for (const directive &row : directives)
+        if (s_stricmp(name, row.name) == 0)
+            return row.take(line, errmsg);
+    return true;
+}
+
+const char *find_configuration()
+{
+    for (const char *candidate : http_files) {
+        dmsg("Is Httpd conf?[%s]", candidate);
+        if (Stream(open_text(candidate))) {
+            dmsg("Httpd conf is [%s]", candidate);
+            return candidate;
+        }
+    }
+    return nullptr;
+}
+
+// Reads until all facts are known; false, with errmsg filled, on one that cannot be true.
+bool read_configuration(const char *path, char *errmsg)
+{
+    LineReader reader(path);
+    while (char *line = reader.next_content()) {
+        if (!take_line(line, errmsg))
+            return false;
+        if (done_user && done_group && done_root && done_scripts)
+            return true;
+    }
+    if (reader.failed())
+        emsg("Error reading '%s', %s", path, std::strerror(errno));
+    return true;
+}
+
+void list_missing(char *errmsg)
+{
+    lprintf(errmsg, line_size, "Could not find%s%s%s%s", done_group ? "" : ", Group",
+            done_user ? "" : ", User", done_root ? "" : ", DocumentRoot",
+            done_scripts ? "" : ", ScriptAlias");
+}
+
+} // namespace
+
+int init_find_http_conf(char *user, char *group, char *root, char *scripts, char *errmsg)
+{
+    char unwanted[line_size];
+    if (!errmsg)
+        errmsg = unwanted;
+    const auto all_known = [&] {
+        return (!user || done_user) && (!group || done_group) && (!root || done_root) &&
+               (!scripts || done_scripts);
+    };
+    if (!all_known()) {
+        const char *path = find_configuration();
+        if (!path) {
+            lprintf(errmsg, line_size, "Cannot find httpd.conf file");
+            return 0;
+        }
+        if (!read_configuration(path, errmsg))
+            return 0;
+        if (!all_known()) {
+            list_missing(errmsg);
+            return 0;
+        }
+    }
+    scpy(user, http_user, line_size);
+    scpy(group, http_group, line_size);
+    scpy(root, http_root, line_size);
+    scpy(scripts, http_scripts, line_size);
+    return 1;
+}

@@ -1,0 +1,329 @@
+// The ground floor: bounded text in fixed buffers, truth words, the formatter behind every message,
+// paths, wildcards, and the one way in which text files are opened and read.
+//
+// Texts are NUL-terminated bytes. A size is the full capacity of a buffer, terminator included;
+// what does not fit is cut, never written. Null texts are accepted everywhere and stand for "no
+// text"; what each function then answers is said beside it.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+constexpr int path_size = 256;  // a path buffer
+constexpr int line_size = 1000; // a line, an answer, a value or a message
+
+// --- Ownership ------------------------------------------------------------------------------
+
+// Deletes through a module's own releasing function, which takes the address of the pointer.
+template <auto release> struct Releaser {
+    template <typename T> void operator()(T *owned) const { release(&owned); }
+};
+
+// Owns a T from the line that makes it to the end of its scope: Owned<Log, log_free>.
+template <typename T, auto release> using Owned = std::unique_ptr<T, Releaser<release>>;
+
+// Releases a heap text and clears the caller's pointer; null is fine.
+void text_free(char **text);
+
+using Text = Owned<char, text_free>;
+
+// Enlarges a table of plain records by `extra` zeroed ones. Returns false, with the table as it
+// was, when memory is short. The table was null or came from here; it is released with free.
+template <typename T> [[nodiscard]] bool grow_table(T *&table, size_t used, size_t extra)
+{
+    static_assert(std::is_trivially_copyable_v<T>);
+    void *larger = std::realloc(table, (used + extra) * sizeof(T));
+    if (!larger)
+        return false;
+    table = static_cast<T *>(larger);
+    for (size_t slot = used; slot < used + extra; slot++)
+        table[slot] = T{};
+    return true;
+}
+
+// --- Null-tolerant wrappers -----------------------------------------------------------------
+
+// Folds the 26 upper-case ASCII letters to lower case; every other byte stands for itself.
+extern const unsigned char charmap[256];
+
+// The number that the text begins with, as atoi reads it; 0 for null.
+int s_atoi(const char *text);
+
+// strcmp; -1 when either text is null, also when both are.
+int s_strcmp(const char *a, const char *b);
+
+// As s_strcmp with ASCII letters folded: the difference of the first folded characters that
+// differ, 0 for equal texts, -1 when either is null.
+int s_stricmp(const char *a, const char *b);
+
+// Cuts white space at both ends, in place. Returns the first remaining character, inside the
+// caller's buffer; null for null.
+char *s_strtrm(char *text);
+
+// strstr; null when either text is null.
+const char *s_strstr(const char *haystack, const char *needle);
+
+// A heap copy, released with free; null for null.
+[[nodiscard]] char *s_strdup(const char *text);
+
+// Replaces the heap text that `owned` points at by a copy of `text` (null clears it). The copy is
+// made first, so `text` may be part of the old one.
+void s_assign(char **owned, const char *text);
+
+// --- Bounded copies -------------------------------------------------------------------------
+
+// Copies at most size - 1 characters and terminates. Returns how many were copied. A null source
+// empties the destination; a null destination or a size below 1 does nothing and gives 0.
+int scpy(char *destination, const char *source, int size);
+
+// Appends. The result holds at most size - 2 characters, one fewer than scpy allows: a margin that
+// callers rely on. A text that is longer already is cut to size - 1. Returns the new length; 0,
+// with nothing done, for nulls and a size below 1.
+int scat(char *destination, const char *source, int size);
+
+// Copies the leading characters up to the first one out of `delimiters`, at most size - 1 (a size
+// of 0 sets no limit). Returns how many were copied; 0 for a null source or destination.
+unsigned schunk(const char *source, const char *delimiters, char *destination, unsigned size);
+
+// Inserts the prefix in front of the text when both together are shorter than size, and returns
+// the text; otherwise, and for nulls, null with nothing changed.
+char *spre(char *text, const char *prefix, unsigned size);
+
+// Writes the source with every occurrence of the search text (not empty) replaced, scanned left to
+// right, cut to size - 1 characters. A null replacement is empty. Returns the destination, or null
+// for a null source or search.
+char *sreplace(const char *source, const char *search, const char *replacement, char *destination,
+               unsigned size);
+
+// A new heap buffer of n + 1 bytes with the first n - 1 characters of the source, released with
+// free. Null for a null source or n = 0.
+[[nodiscard]] char *smake(const char *source, unsigned n);
+
+// Appends to a heap text, which may be null, and returns the text that replaces it. A null
+// addition, or short memory, leaves the text as it was.
+[[nodiscard]] char *sadd(char *text, const char *addition);
+
+template <int size> int scpy(char (&destination)[size], const char *source)
+{
+    return scpy(destination, source, size);
+}
+
+template <int size> int scat(char (&destination)[size], const char *source)
+{
+    return scat(destination, source, size);
+}
+
+// A text growing in a caller's buffer; what does not fit is cut, and it is always terminated.
+class BoundedText
+{
+  public:
+    BoundedText(char *buffer, size_t size) : text(buffer), capacity(size) { text[0] = '\0'; }
+
+    size_t length() const { return used; }
+    size_t room() const { return capacity - 1 - used; }
+
+    void append(std::string_view addition);
+
+  private:
+    char *text;
+    size_t capacity; // at least 1
+    size_t used = 0;
+};
+
+// --- Truth words ----------------------------------------------------------------------------
+
+// 1 for "true", "yes", "y", "on", "checked", "selected" in any case or a number other than 0.
+int istrue(const char *text);
+
+// 1 for "false", "no", "n", "off" in any case or a zero whose first or second character is a digit.
+// A text can be neither true nor false.
+int isfalse(const char *text);
+
+// --- The formatter --------------------------------------------------------------------------
+
+// printf without length modifiers; a null text prints as "(NULL)". Returns the number of
+// characters written, terminated, or -1 with the buffer full and not terminated when the output
+// reached size. 0, with nothing written, for a null buffer or format.
+[[gnu::format(printf, 3, 0)]] int vplp_snprintf(char *buffer, unsigned size, const char *format,
+                                                va_list arguments);
+
+[[gnu::format(printf, 3, 4)]] int plp_snprintf(char *buffer, unsigned size, const char *format,
+                                               ...);
+
+// As plp_snprintf, but always terminated: output that was cut gives size - 1.
+[[gnu::format(printf, 3, 4)]] int lprintf(char *buffer, unsigned size, const char *format, ...);
+
+// lprintf for a caller that holds an argument list.
+[[gnu::format(printf, 3, 0)]] int vlprintf(char *buffer, unsigned size, const char *format,
+                                           va_list arguments);
+
+// --- Paths ----------------------------------------------------------------------------------
+
+// The separator that is written; '/' and '\' are both read as one.
+extern const char Sep;
+
+constexpr bool is_separator(char c)
+{
+    return c == '/' || c == '\\';
+}
+
+// The part of the path after its last separator, or the whole path; null for null.
+const char *last_component(const char *path);
+
+// Splits off the file name into the buffer (null: thrown away) and ends the path at its last
+// separator; without one the path becomes "". Returns the path; null for null.
+char *strip_file(char *path, char *buffer, int size);
+
+// Removes everything up to and including the last separator. Returns the path; null for null.
+char *strip_path(char *path);
+
+// Cuts the path at the last '.' of its file name, unless that is the first character of the whole
+// text. Returns the path; null for null.
+char *strip_ext(char *path);
+
+// Copies what follows the first '.' of the file name, and returns its length. Without a '.' the
+// buffer is untouched and the result is 0, as it is for nulls.
+int get_ext(char *buffer, const char *path, int size);
+
+// Joins a name to the directory in `result` with one separator and writes every separator as Sep;
+// cut to size - 1 characters. Returns the result; null when it is null or empty, or size is 0.
+char *attach_path(char *result, const char *name, unsigned size);
+
+// Appends an extension that carries its own '.', cut to size - 1 characters. Returns the result;
+// null for a null result or size 0.
+char *attach_ext(char *result, const char *extension, unsigned size);
+
+template <unsigned size> char *attach_path(char (&result)[size], const char *name)
+{
+    return attach_path(result, name, size);
+}
+
+template <unsigned size> char *attach_ext(char (&result)[size], const char *extension)
+{
+    return attach_ext(result, extension, size);
+}
+
+// Joins a directory and the name of an entry in it, both as they stand: a backslash is part of a
+// name on disk. False when the whole path does not fit: a cut one would name something else.
+bool join_path(char (&result)[path_size], const char *directory, const char *name);
+
+// Writes every separator in the text as the given character. Returns the text.
+char *setsep(char *text, char separator);
+
+// The program's own name: the last component of its first argument, cut at its first '.'.
+// Returns the buffer; null for nulls.
+char *exename(char *buffer, const char *argument, int size);
+
+// The working directory. Returns the buffer; null for null or when the system does not tell.
+char *currentdir(char *buffer, int size);
+
+// The system's configuration directory. Returns the buffer; null for null.
+char *systemdir(char *buffer, int size);
+
+// --- Wildcards ------------------------------------------------------------------------------
+
+// 1 when the whole text matches the pattern: '*' is any run of characters, '?' any one character.
+// Directly after a '*' the next pattern character is searched for literally, so a '?' there finds
+// only a question mark. 0 for nulls.
+int wmatch(const char *text, const char *pattern, int case_sensitive);
+
+// wmatch with case; the pattern "*" matches at once.
+int wild_match(const char *text, const char *pattern);
+
+// 1 when any text of the first list matches any pattern of the second. Lists are divided by
+// spaces, tabs and commas. 0 for null and empty lists.
+int wild_list(const char *texts, const char *patterns);
+
+// wild_list without regard to the case of ASCII letters.
+int wild_ilist(const char *texts, const char *patterns);
+
+// --- Files of text --------------------------------------------------------------------------
+
+// fopen; null for nulls.
+[[nodiscard]] FILE *s_fopen(const char *path, const char *mode);
+
+// Closes the stream and clears the caller's pointer; null is fine.
+void s_fclose(FILE **stream);
+
+using Stream = Owned<FILE, s_fclose>;
+
+// Open a file of text for reading; create or empty one for writing. Unlike s_fopen they never wait
+// at a FIFO. Null when it cannot be opened.
+[[nodiscard]] FILE *open_text(const char *path);
+[[nodiscard]] FILE *create_text(const char *path);
+
+// Closes a stream that was written. Returns false, with errno set, when any of its data may not
+// have reached the file.
+[[nodiscard]] bool close_written(Stream &stream);
+
+// The rest of a stream as one heap text, released with free; null when there is none.
+[[nodiscard]] char *read_text(FILE *stream);
+
+// The next field of a line, in place: leading blanks and tabs are skipped, the field is ended at
+// the one that follows it and *rest moves behind that. Null, with *rest null, when none is left.
+char *next_field(char **rest);
+
+// Reads a text file in pieces of at most 999 characters, a longer line coming as several.
+class LineReader
+{
+  public:
+    explicit LineReader(const char *path) : stream(open_text(path)) {}
+
+    bool is_open() const { return stream != nullptr; }
+
+    // True when reading ended on an error rather than at the end; errno then holds the reason.
+    bool failed() const { return stream && std::ferror(stream.get()); }
+
+    // The next line, trimmed, also when it is empty; null at the end. Valid until the next call.
+    char *next();
+
+    // The next line that is neither empty nor a comment beginning with '#'; null at the end.
+    char *next_content();
+
+  private:
+    Stream stream;
+    char line[line_size] = "";
+};
+
+// Reads the lines of one [section] of a text file. Section names are compared without regard to
+// case; the next header ends the section.
+class SectionReader
+{
+  public:
+    SectionReader(const char *path, const char *wanted) : reader(path), section(wanted) {}
+
+    bool is_open() const { return reader.is_open(); }
+    bool failed() const { return reader.failed(); }
+    bool found() const { return place != before; }
+
+    // The next line with content inside the section; null at its end.
+    char *next();
+
+  private:
+    enum Place { before, inside, after };
+
+    bool is_wanted(char *header) const;
+
+    LineReader reader;
+    const char *section;
+    Place place = before;
+};
+
+// --- The terminal ---------------------------------------------------------------------------
+
+// Prints to standard output through the formatter, at most 1999 characters.
+[[gnu::format(printf, 1, 2)]] void say(const char *format, ...);
+
+// Shows what was said so far and reads one line of standard input, line end included, cut at
+// size - 1 characters: the rest of a longer line is thrown away. False at the end of input, with
+// the buffer untouched.
+[[nodiscard]] bool read_input(char *buffer, int size);
+
+// True once a read has met the end of standard input: from then on nobody answers.
+bool input_ended();
