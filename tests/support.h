@@ -1,0 +1,44 @@
+// What the tests share: a directory for each case, files as text, and the lines of the log.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "lib.h"
+#include "log.h"
+
+// Writes a file, making the directories above it; its whole content, "" when it cannot be read.
+void write_text(const std::string &path, const std::string &text);
+std::string read_all(const std::string &path);
+
+// Every path below a directory, sorted, directories ending in '/', files as "name=content".
+std::vector<std::string> tree_of(const std::string &directory);
+
+// Runs each case in a new directory of its own, which stays behind when the case fails, with a log
+// at debug level.
+class InDirectory : public ::testing::Test
+{
+  protected:
+    InDirectory();
+    ~InDirectory() override;
+
+    // The log's lines without time and process: "Error: ..." and so on.
+    std::vector<std::string> log_lines() const;
+
+    // Whether the log has a line with exactly this level and text.
+    bool logged(const std::string &line) const;
+
+    // The absolute path of a name in the case's directory.
+    std::string at(const std::string &name) const { return directory + "/" + name; }
+
+    std::string directory;
+
+  private:
+    Owned<Log, log_free> log;
+};
+
+// Gives up root for the rest of the process. Cases about permission call it first: root may do
+// anything.
+void become_nobody();
