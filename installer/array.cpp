@@ -5,8 +5,7 @@
 #include "lib.h"
 #include "log.h"
 
-namespace
-{
+namespace {
 
 bool grow(Array *array)
 {

@@ -13,8 +13,7 @@
 #include "lib.h"
 #include "log.h"
 
-namespace
-{
+namespace {
 
 char *last_error = nullptr;
 
@@ -248,38 +247,13 @@ unsigned copy_count(const copy *x)
     return x ? x->count : 0;
 }
 
-const char *copy_src(const copy *x, unsigned index)
+namespace {
+
+const char *text_at(const copy *x, unsigned index, char *copy_cmd::*field)
 {
     const copy_cmd *command = command_at(x, index);
-    return command ? command->source : nullptr;
+    return command ? command->*field : nullptr;
 }
-
-const char *copy_dst(const copy *x, unsigned index)
-{
-    const copy_cmd *command = command_at(x, index);
-    return command ? command->dest : nullptr;
-}
-
-const char *copy_not(const copy *x, unsigned index)
-{
-    const copy_cmd *command = command_at(x, index);
-    return command ? command->not_ : nullptr;
-}
-
-const char *copy_control(const copy *x, unsigned index)
-{
-    const copy_cmd *command = command_at(x, index);
-    return command ? command->control : nullptr;
-}
-
-const char *copy_control_cmp(const copy *x, unsigned index)
-{
-    const copy_cmd *command = command_at(x, index);
-    return command ? command->control_cmp : nullptr;
-}
-
-namespace
-{
 
 int is_type(const copy *x, unsigned index, CType type)
 {
@@ -287,6 +261,31 @@ int is_type(const copy *x, unsigned index, CType type)
 }
 
 } // namespace
+
+const char *copy_src(const copy *x, unsigned index)
+{
+    return text_at(x, index, &copy_cmd::source);
+}
+
+const char *copy_dst(const copy *x, unsigned index)
+{
+    return text_at(x, index, &copy_cmd::dest);
+}
+
+const char *copy_not(const copy *x, unsigned index)
+{
+    return text_at(x, index, &copy_cmd::not_);
+}
+
+const char *copy_control(const copy *x, unsigned index)
+{
+    return text_at(x, index, &copy_cmd::control);
+}
+
+const char *copy_control_cmp(const copy *x, unsigned index)
+{
+    return text_at(x, index, &copy_cmd::control_cmp);
+}
 
 int copy_cpyfile(const copy *x, unsigned index)
 {
@@ -320,8 +319,7 @@ int copy_ini(const copy *x, unsigned index)
 
 // --- Splitting a field -----------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 char *directory_part(const char *field, char *buffer, unsigned bfsz)
 {
@@ -387,8 +385,7 @@ char *copy_dst_file(const copy *x, unsigned index, char *buffer, unsigned bfsz)
 
 // --- Running ---------------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 // Whether the controlling setting lets a command run. Unlike questions, texts are compared here
 // without regard to case.
@@ -437,8 +434,7 @@ int copy_into(const copy *x, unsigned index, const char *directory, unsigned lon
 {
     const copy_cmd &command = x->list[index];
     Pattern pattern;
-    struct stat top {
-    };
+    struct stat top {};
     if (!source_pattern(x, index, pattern) || ::stat(directory, &top) != 0)
         return 0;
     Scan scan(pattern.directory, pattern.wild);
@@ -543,8 +539,7 @@ int copy_do(pCopy x, unsigned index, unsigned long *bytes)
 
 // --- Owners and modes ------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 struct WalkTexts {
     const char *none_found;
@@ -671,8 +666,7 @@ int dochmod(const char *path, const char *file, const char *not_list, mode_t mod
 
 // --- Settings files, markers and the rest ----------------------------------------------------
 
-namespace
-{
+namespace {
 
 // Lines with references are written trimmed, others with their leading white space.
 void write_line(const copy *x, char *line, FILE *to)

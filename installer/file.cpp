@@ -18,8 +18,7 @@
 
 static_assert(sizeof(File::name) == path_size);
 
-namespace
-{
+namespace {
 
 FileFn ok = nullptr;
 FileFn fail = nullptr;
@@ -70,8 +69,7 @@ void file_error(const char *format, ...)
 
 // --- Looking ---------------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 // The next entry's name; null at the end, also when the rest cannot be read.
 const char *next_name(FHandle *h)
@@ -173,8 +171,7 @@ int file_stat(File *x)
 
 File *file_existf(const char *path)
 {
-    struct stat info {
-    };
+    struct stat info {};
     errno = 0;
     if (!path || ::lstat(path, &info) != 0)
         return nullptr;
@@ -246,8 +243,7 @@ int file_exist(const char *path)
     if (!path)
         return 0;
     errno = 0;
-    struct stat info {
-    };
+    struct stat info {};
     if (::stat(path, &info) != 0) {
         dmsg("'%s' does not exist", path);
         return 0;
@@ -262,10 +258,8 @@ int file_exist(const char *path)
 
 bool is_same_file(const char *a, const char *b)
 {
-    struct stat first {
-    };
-    struct stat second {
-    };
+    struct stat first {};
+    struct stat second {};
     return a && b && ::stat(a, &first) == 0 && ::stat(b, &second) == 0 &&
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
@@ -290,8 +284,7 @@ int file_usergid(const char *name)
 
 // --- Copying a file --------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 constexpr size_t block_size = 8192;
 // What one system call moves; the counting goes by blocks all the same.
@@ -306,8 +299,7 @@ template <typename Call> auto uninterrupted(Call call)
     return result;
 }
 
-class Descriptor
-{
+class Descriptor {
   public:
     explicit Descriptor(int opened) : number(opened) {}
     ~Descriptor()
@@ -429,8 +421,7 @@ int copy_file(const char *src, const char *dst, mode_t mode, unsigned long *byte
 
 mode_t followed_mode(const char *path)
 {
-    struct stat info {
-    };
+    struct stat info {};
     return ::stat(path, &info) == 0 ? info.st_mode : 0;
 }
 
@@ -466,8 +457,7 @@ int file_move(const char *src, const char *dst, int overwrite, unsigned long *by
 
 // --- Directories -----------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 bool make_directory(const char *path)
 {
@@ -561,8 +551,7 @@ bool file_target(const File &entry, const char *directory, const struct stat &to
     return false;
 }
 
-namespace
-{
+namespace {
 
 // What stays the same at every level of a tree that is copied or moved.
 struct Tree {
@@ -570,8 +559,8 @@ struct Tree {
     int recurse;
     unsigned long *bytes;
     bool moving;
-    struct stat top; // of the destination that the tree goes into
-    bool complete;   // nothing below failed or was passed over, so that a moved source may go
+    struct stat top = {}; // of the destination that the tree goes into
+    bool complete = true; // nothing below failed or was passed over, so that a moved source may go
 };
 
 int transfer_level(const char *path, const char *wild, const char *dst, Tree &tree);
@@ -655,25 +644,17 @@ int transfer_tree(const char *path, const char *wild, const char *dst, Tree tree
 int file_xcopy(const char *path, const char *wild, const char *not_list, const char *dst,
                int recurse, unsigned long *bytes)
 {
-    return transfer_tree(path, wild, dst,
-                         {.not_list = not_list,
-                          .recurse = recurse,
-                          .bytes = bytes,
-                          .moving = false,
-                          .top = {},
-                          .complete = true});
+    return transfer_tree(
+        path, wild, dst,
+        {.not_list = not_list, .recurse = recurse, .bytes = bytes, .moving = false});
 }
 
 int file_xmove(const char *path, const char *wild, const char *not_list, const char *dst,
                int recurse, unsigned long *bytes)
 {
-    return transfer_tree(path, wild, dst,
-                         {.not_list = not_list,
-                          .recurse = recurse,
-                          .bytes = bytes,
-                          .moving = true,
-                          .top = {},
-                          .complete = true});
+    return transfer_tree(
+        path, wild, dst,
+        {.not_list = not_list, .recurse = recurse, .bytes = bytes, .moving = true});
 }
 
 // --- Modes and owners ------------------------------------------------------------------------

@@ -86,8 +86,7 @@ bool is_directory(const File &entry);
 const char *entry_name(const File &entry);
 
 // A scan that closes itself: for (Scan scan(path, wild); scan.entry(); scan.next()).
-class Scan
-{
+class Scan {
   public:
     Scan(const char *path, const char *wild) : record(file_first(&handle, path, wild)) {}
     ~Scan();

@@ -7,8 +7,7 @@
 #include "lib.h"
 #include "log.h"
 
-namespace
-{
+namespace {
 
 // A value transform and the mode bits that select it.
 struct Hook {

@@ -14,8 +14,7 @@
 #include "lib.h"
 #include "log.h"
 
-namespace
-{
+namespace {
 
 char *last_error = nullptr;
 
@@ -63,8 +62,7 @@ void run_time_date(const init_item &item, Ini *ini)
         return;
     }
     const time_t now = std::time(nullptr);
-    struct tm local {
-    };
+    struct tm local {};
     ::localtime_r(&now, &local);
     char text[line_size];
     // Nothing is written when the result does not fit or is empty.
@@ -264,8 +262,7 @@ void init_free(pInit *script)
 
 // --- The web server's configuration ----------------------------------------------------------
 
-namespace
-{
+namespace {
 
 constexpr const char *http_files[] = {
     "/etc/apache/httpd.conf",

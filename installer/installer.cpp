@@ -1,5 +1,6 @@
 #include "installer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -19,8 +20,7 @@ char *myname = nullptr;
 char *special_mode = nullptr;
 int automate = 0;
 
-namespace
-{
+namespace {
 
 // The path of one of the run's own files: the program's name in the working directory.
 void product_file(char (&path)[path_size], const char *extension)
@@ -35,8 +35,7 @@ void product_file(char (&path)[path_size], const char *extension)
 
 // --- The command line ------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 // What is left of the command line; options take from it what belongs to them.
 struct CommandLine {
@@ -102,8 +101,7 @@ void process_args(Log *log, char **argv, int argc)
 
 // --- Screens ---------------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 const char *product_name(const Ini *ini)
 {
@@ -150,8 +148,7 @@ void print_blurb(const Ini *ini)
 
 // --- Asking a section's questions ------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 // What tells one flow from another.
 struct flow {
@@ -459,8 +456,7 @@ int do_special(Ini *ini)
 
 // --- The menu --------------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 // Gets the entry to run; false at the end of input.
 bool choose(int standard, int &choice)

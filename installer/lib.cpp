@@ -37,8 +37,7 @@ const unsigned char charmap[256] = {
 };
 // clang-format on
 
-namespace
-{
+namespace {
 
 unsigned char folded(char c)
 {
@@ -203,8 +202,7 @@ void BoundedText::append(std::string_view addition)
 
 // --- Truth words ----------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 bool is_word_of(const char *text, std::initializer_list<const char *> words)
 {
@@ -235,8 +233,7 @@ int isfalse(const char *text)
 
 // --- The formatter --------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 // An argument list that can be handed on by reference, whatever type va_list is.
 struct Arguments {
@@ -441,8 +438,7 @@ const char *last_component(const char *path)
     return last;
 }
 
-namespace
-{
+namespace {
 
 // last_component for a path that may be changed.
 char *last_component_of(char *path)
@@ -570,8 +566,7 @@ char *systemdir(char *buffer, int size)
 
 // --- Wildcards ------------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 constexpr std::string_view list_separators = " \t,";
 
@@ -681,8 +676,7 @@ void s_fclose(FILE **stream)
     *stream = nullptr;
 }
 
-namespace
-{
+namespace {
 
 FILE *open_stream(const char *path, int flags, const char *mode)
 {

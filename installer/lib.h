@@ -120,8 +120,7 @@ template <int size> int scat(char (&destination)[size], const char *source)
 }
 
 // A text growing in a caller's buffer; what does not fit is cut, and it is always terminated.
-class BoundedText
-{
+class BoundedText {
   public:
     BoundedText(char *buffer, size_t size) : text(buffer), capacity(size) { text[0] = '\0'; }
 
@@ -270,8 +269,7 @@ using Stream = Owned<FILE, s_fclose>;
 char *next_field(char **rest);
 
 // Reads a text file in pieces of at most 999 characters, a longer line coming as several.
-class LineReader
-{
+class LineReader {
   public:
     explicit LineReader(const char *path) : stream(open_text(path)) {}
 
@@ -293,8 +291,7 @@ class LineReader
 
 // Reads the lines of one [section] of a text file. Section names are compared without regard to
 // case; the next header ends the section.
-class SectionReader
-{
+class SectionReader {
   public:
     SectionReader(const char *path, const char *wanted) : reader(path), section(wanted) {}
 

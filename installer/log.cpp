@@ -15,14 +15,12 @@ const char *const LevelNames[4] = {"None", "Error", "Info", "Debug"};
 Log *CurrentLog = nullptr;
 Array *EmsgLog = nullptr;
 
-namespace
-{
+namespace {
 
 constexpr size_t default_rotate = 1'048'576;
 
 // Logging must not disturb the reason of the failure that is being logged.
-class ErrnoKeeper
-{
+class ErrnoKeeper {
   public:
     ErrnoKeeper() : kept(errno) {}
     ~ErrnoKeeper() { errno = kept; }
@@ -72,8 +70,7 @@ void shift_backups(const Log *log, const char *newest)
 void print_time(char (&text)[21])
 {
     const time_t now = std::time(nullptr);
-    struct tm local {
-    };
+    struct tm local {};
     // Unlike localtime this does not look for a new time zone at every line.
     if (!::localtime_r(&now, &local) ||
         std::strftime(text, std::size(text), "%a %b %e %H:%M:%S ", &local) == 0)
@@ -123,8 +120,7 @@ int log_setup(Log *log, const char *path, const char *file)
 int log_open(Log *log, const char *path)
 {
     log_close(log);
-    struct stat info {
-    };
+    struct stat info {};
     log->Size = path && ::stat(path, &info) == 0 ? static_cast<size_t>(info.st_size) : 0;
     log->F = s_fopen(path, "a");
     if (!log->F)

@@ -12,8 +12,7 @@
 #include "lib.h"
 #include "log.h"
 
-namespace
-{
+namespace {
 
 char *last_error = nullptr;
 
@@ -204,34 +203,39 @@ std::uint32_t quest_count(const questions *set)
     return set ? set->count : 0;
 }
 
-const char *quest_text(const questions *set, std::uint32_t index)
+namespace {
+
+const char *text_at(const questions *set, std::uint32_t index, char *quest::*field)
 {
     const quest *question = question_at(set, index);
-    return question ? question->text : nullptr;
+    return question ? question->*field : nullptr;
+}
+
+} // namespace
+
+const char *quest_text(const questions *set, std::uint32_t index)
+{
+    return text_at(set, index, &quest::text);
 }
 
 const char *quest_help(const questions *set, std::uint32_t index)
 {
-    const quest *question = question_at(set, index);
-    return question ? question->help_id : nullptr;
+    return text_at(set, index, &quest::help_id);
 }
 
 const char *quest_setting(const questions *set, std::uint32_t index)
 {
-    const quest *question = question_at(set, index);
-    return question ? question->setting : nullptr;
+    return text_at(set, index, &quest::setting);
 }
 
 const char *quest_control(const questions *set, std::uint32_t index)
 {
-    const quest *question = question_at(set, index);
-    return question ? question->control : nullptr;
+    return text_at(set, index, &quest::control);
 }
 
 const char *quest_control_cmp(const questions *set, std::uint32_t index)
 {
-    const quest *question = question_at(set, index);
-    return question ? question->control_cmp : nullptr;
+    return text_at(set, index, &quest::control_cmp);
 }
 
 QType quest_type(const questions *set, std::uint32_t index)
@@ -242,8 +246,7 @@ QType quest_type(const questions *set, std::uint32_t index)
 
 // --- Asking ----------------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 bool is_blank(char c)
 {
@@ -315,8 +318,7 @@ int quest_ask(const questions *set, std::uint32_t index, char *answer, int size)
 
 // --- Judging ---------------------------------------------------------------------------------
 
-namespace
-{
+namespace {
 
 bool has_entries(const char *directory)
 {

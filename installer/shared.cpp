@@ -9,8 +9,7 @@
 #include "log.h"
 #include "tcp.h"
 
-namespace
-{
+namespace {
 
 constexpr auto built_in_mode = Ini_Fixed | Ini_Replace;
 constexpr size_t first_rows = 10;
