@@ -71,19 +71,49 @@ void file_error(const char *format, ...)
 
 namespace {
 
-// The next entry's name; null at the end, also when the rest cannot be read.
-const char *next_name(FHandle *h)
+// The next entry; null at the end, also when the rest cannot be read.
+const dirent *next_entry(const FHandle *h)
 {
     errno = 0;
     const dirent *entry = ::readdir(h->handle);
     if (!entry && errno != 0)
         file_error("Error reading dir '%s'", h->path);
-    return entry ? entry->d_name : nullptr;
+    return entry;
 }
 
 bool is_dots(const char *name)
 {
     return s_strcmp(name, ".") == 0 || s_strcmp(name, "..") == 0;
+}
+
+// Finds the next entry that the scan is for and puts its path into the record.
+const dirent *next_match(File *x, const FHandle *h)
+{
+    while (const dirent *entry = next_entry(h)) {
+        if (is_dots(entry->d_name) || !wild_match(entry->d_name, h->wild))
+            continue;
+        if (join_path(x->name, h->path, entry->d_name))
+            return entry;
+        emsg("The path of '%s' in '%s' is too long, passed over", entry->d_name, h->path);
+    }
+    return nullptr;
+}
+
+// Not an error: the entry may have gone since its directory was read.
+void log_unexamined(const File *x)
+{
+    dmsg("Error examining '%s', %s", x->name, std::strerror(errno));
+}
+
+FHandle *open_scan(const char *path, const char *wild)
+{
+    errno = 0;
+    DIR *stream = ::opendir(path);
+    if (!stream) {
+        file_error("Error opening dir '%s'", path);
+        return nullptr;
+    }
+    return new FHandle{.path = s_strdup(path), .wild = s_strdup(wild), .handle = stream};
 }
 
 void read_link(File *x)
@@ -104,17 +134,9 @@ File *file_first(FHandle **h, const char *path, const char *wild)
 {
     if (!h || !path || !wild)
         return nullptr;
-    errno = 0;
-    *h = new FHandle{.path = nullptr, .wild = nullptr, .handle = ::opendir(path)};
-    if (!(*h)->handle) {
-        file_error("Error opening dir '%s'", path);
-        file_last(h);
-        return nullptr;
-    }
-    (*h)->path = s_strdup(path);
-    (*h)->wild = s_strdup(wild);
-    File *record = new File{};
-    if (!file_next(record, *h)) {
+    *h = open_scan(path, wild);
+    File *record = *h ? new File{} : nullptr;
+    if (record && !file_next(record, *h)) {
         file_free(&record);
         file_last(h);
     }
@@ -125,16 +147,10 @@ int file_next(File *x, FHandle *h)
 {
     if (!x || !h)
         return 0;
-    while (const char *name = next_name(h)) {
-        if (is_dots(name) || !wild_match(name, h->wild))
-            continue;
-        if (!join_path(x->name, h->path, name)) {
-            emsg("The path of '%s' in '%s' is too long, passed over", name, h->path);
-            continue;
-        }
+    while (next_match(x, h)) {
         if (file_stat(x))
             return 1;
-        dmsg("Error examining '%s', %s", x->name, std::strerror(errno));
+        log_unexamined(x);
     }
     return 0;
 }
@@ -143,8 +159,7 @@ void file_last(FHandle **h)
 {
     if (!h || !*h)
         return;
-    if ((*h)->handle)
-        ::closedir((*h)->handle);
+    ::closedir((*h)->handle);
     std::free((*h)->path);
     std::free((*h)->wild);
     delete *h;
@@ -226,16 +241,33 @@ const char *entry_name(const File &entry)
     return separator ? separator + 1 : entry.name;
 }
 
-Scan::~Scan()
+namespace {
+
+// Fills in the kind of an entry, from its directory where that tells it.
+bool fill_kind(File &record, const dirent &entry)
 {
-    file_free(&record);
-    file_last(&handle);
+    if (entry.d_type == DT_UNKNOWN)
+        return ::lstat(record.name, &record.info) == 0;
+    record.info.st_mode = static_cast<mode_t>(DTTOIF(entry.d_type));
+    return true;
+}
+
+} // namespace
+
+Scan::Scan(const char *path, const char *wild) : handle(open_scan(path, wild))
+{
+    if (handle)
+        next();
 }
 
 void Scan::next()
 {
-    if (!file_next(record, handle))
-        file_free(&record);
+    while (const dirent *entry = next_match(&record, handle)) {
+        if (fill_kind(record, *entry))
+            return;
+        log_unexamined(&record);
+    }
+    file_last(&handle);
 }
 
 int file_exist(const char *path)
@@ -536,10 +568,20 @@ int file_rmdir(const char *dir, const char *not_list, int recurse)
 
 // --- Copying and moving trees ----------------------------------------------------------------
 
+namespace {
+
+bool is_top_directory(const char *path, const struct stat &top)
+{
+    struct stat info {};
+    return ::lstat(path, &info) == 0 && info.st_dev == top.st_dev && info.st_ino == top.st_ino;
+}
+
+} // namespace
+
 bool file_target(const File &entry, const char *directory, const struct stat &top,
                  char (&target)[256])
 {
-    const bool is_top = entry.info.st_dev == top.st_dev && entry.info.st_ino == top.st_ino;
+    const bool is_top = is_directory(entry) && is_top_directory(entry.name, top);
     if (!is_top && join_path(target, directory, entry_name(entry)))
         return true;
     errno = is_top ? EINVAL : ENAMETOOLONG;

@@ -85,21 +85,26 @@ char *file_path(const File *x, char *buffer, unsigned bfsz);
 bool is_directory(const File &entry);
 const char *entry_name(const File &entry);
 
-// A scan that closes itself: for (Scan scan(path, wild); scan.entry(); scan.next()).
+// A scan that closes itself and asks for no more than the work on whole trees needs:
+//
+//     for (Scan scan(path, wild); scan.entry(); scan.next())
+//
+// It meets what file_first and file_next meet. Of the status it fills in only the kind of the
+// entry, which most directories tell without another look at the disk.
 class Scan {
   public:
-    Scan(const char *path, const char *wild) : record(file_first(&handle, path, wild)) {}
-    ~Scan();
+    Scan(const char *path, const char *wild);
+    ~Scan() { file_last(&handle); }
     Scan(const Scan &) = delete;
     Scan &operator=(const Scan &) = delete;
 
-    // The record of the current match, refilled by next; null when there is none left.
-    const File *entry() const { return record; }
+    // The current match, refilled by next; null when there is none left.
+    const File *entry() const { return handle ? &record : nullptr; }
     void next();
 
   private:
-    FHandle *handle = nullptr;
-    File *record;
+    FHandle *handle = nullptr; // null: at the end
+    File record = {};
 };
 
 // What stands at a path, links followed: 0 nothing (or null), 1 not a directory, 2 a directory.
