@@ -169,6 +169,11 @@ bool add_command(pCopy x, char *line, unsigned &capacity)
 
 } // namespace
 
+const char *copy_word(unsigned number)
+{
+    return number < std::size(command_words) ? command_words[number].word : nullptr;
+}
+
 pCopy copy_init(Ini *ini)
 {
     return new copy{.list = nullptr, .ini = ini, .count = 0};

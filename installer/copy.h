@@ -44,6 +44,9 @@ struct copy {
 };
 using pCopy = copy *;
 
+// The command words by number, null behind the last: the manual's tables are checked against them.
+const char *copy_word(unsigned number);
+
 // A new, empty script bound to a store.
 [[nodiscard]] pCopy copy_init(Ini *ini);
 

@@ -150,6 +150,11 @@ bool fill_item(init_item &item, char *line)
 
 } // namespace
 
+const char *init_word(unsigned number)
+{
+    return number < std::size(command_words) ? command_words[number].word : nullptr;
+}
+
 pInit init_init()
 {
     return new init{.list = array_init(0)};

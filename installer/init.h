@@ -33,6 +33,9 @@ struct init {
 };
 using pInit = init *;
 
+// The command words by number, null behind the last: the manual's tables are checked against them.
+const char *init_word(unsigned number);
+
 // A new, empty script.
 [[nodiscard]] pInit init_init();
 

@@ -166,6 +166,11 @@ const quest *question_at(const questions *set, std::uint32_t index)
 
 } // namespace
 
+const char *quest_word(unsigned number)
+{
+    return number < std::size(type_words) ? type_words[number].word : nullptr;
+}
+
 pQuestions quest_init(Ini *ini)
 {
     return new questions{

@@ -43,6 +43,9 @@ struct questions {
 };
 using pQuestions = questions *;
 
+// The type words by number, null behind the last: the manual's tables are checked against them.
+const char *quest_word(unsigned number);
+
 // A new, empty set bound to a store.
 [[nodiscard]] pQuestions quest_init(Ini *ini);
 
