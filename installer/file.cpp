@@ -350,26 +350,43 @@ class Descriptor {
     int number;
 };
 
-int open_file(const char *path, int flags)
+// A file to copy: its path, and its name in a directory that is open.
+struct Source {
+    explicit Source(const char *named) : path(named), directory(AT_FDCWD), name(named) {}
+    Source(const Scan &scan, const File &entry)
+        : path(entry.name), directory(scan.directory()), name(entry_name(entry))
+    {
+    }
+
+    const char *path;
+    int directory;
+    const char *name;
+};
+
+int open_file(int directory, const char *name, int flags)
 {
     // Not waiting matters for FIFOs alone, which would hold up the run for ever.
     constexpr mode_t default_mode = 0666;
     return uninterrupted(
-        [&] { return ::open(path, flags | O_NONBLOCK | O_CLOEXEC, default_mode); });
+        [&] { return ::openat(directory, name, flags | O_NONBLOCK | O_CLOEXEC, default_mode); });
 }
 
-// Opens the destination empty. A new file cannot be the source; one that exists is looked at before
-// it is cut.
+// Opens the destination empty; a failure is logged. A new file cannot be the source; one that
+// exists is looked at before it is cut.
 int open_destination(const char *src, const char *dst)
 {
-    const int fresh = open_file(dst, O_WRONLY | O_CREAT | O_EXCL);
-    if (fresh >= 0 || errno != EEXIST)
-        return fresh;
-    if (is_same_file(src, dst)) {
-        errno = EINVAL;
-        return -1;
+    int opened = open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT | O_EXCL);
+    if (opened < 0 && errno == EEXIST) {
+        if (is_same_file(src, dst)) {
+            errno = EINVAL;
+            file_error("Error copying '%s' onto itself", src);
+            return -1;
+        }
+        opened = open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT | O_TRUNC);
     }
-    return open_file(dst, O_WRONLY | O_CREAT | O_TRUNC);
+    if (opened < 0)
+        file_error("Error opening '%s' for write", dst);
+    return opened;
 }
 
 // Writes it all and returns true, or says in *written how much of it went out.
@@ -406,19 +423,17 @@ bool copy_blocks(int from, int to, const char *src, const char *dst, unsigned lo
     }
 }
 
-bool copy_content(const char *src, const char *dst, unsigned long *bytes)
+bool copy_content(const Source &src, const char *dst, unsigned long *bytes)
 {
-    Descriptor to(open_destination(src, dst));
-    if (!to.is_open()) {
-        file_error("Error opening '%s' for write", dst);
+    Descriptor to(open_destination(src.path, dst));
+    if (!to.is_open())
         return false;
-    }
-    const Descriptor from(open_file(src, O_RDONLY));
+    const Descriptor from(open_file(src.directory, src.name, O_RDONLY));
     if (!from.is_open()) {
-        file_error("Error opening '%s' for read", src);
+        file_error("Error opening '%s' for read", src.path);
         return false;
     }
-    if (!copy_blocks(from.get(), to.get(), src, dst, bytes))
+    if (!copy_blocks(from.get(), to.get(), src.path, dst, bytes))
         return false;
     if (!to.close()) {
         file_error("Error writing to '%s'", dst);
@@ -444,10 +459,10 @@ bool refuse_special(const char *src, mode_t mode)
 }
 
 // `mode` is the source's, links followed; 0 when there is nothing.
-int copy_file(const char *src, const char *dst, mode_t mode, unsigned long *bytes)
+int copy_file(const Source &src, const char *dst, mode_t mode, unsigned long *bytes)
 {
-    const bool copied = !(mode && refuse_special(src, mode)) && copy_content(src, dst, bytes);
-    tell(copied ? ok : fail, src, dst, made);
+    const bool copied = !(mode && refuse_special(src.path, mode)) && copy_content(src, dst, bytes);
+    tell(copied ? ok : fail, src.path, dst, made);
     return copied;
 }
 
@@ -459,7 +474,7 @@ mode_t followed_mode(const char *path)
 
 bool is_readable(const char *path)
 {
-    return Descriptor(open_file(path, O_RDONLY)).is_open();
+    return Descriptor(open_file(AT_FDCWD, path, O_RDONLY)).is_open();
 }
 
 } // namespace
@@ -473,7 +488,7 @@ int file_copy(const char *src, const char *dst, int overwrite, unsigned long *by
     }
     if (!overwrite && is_readable(dst))
         return -1;
-    return copy_file(src, dst, followed_mode(src), bytes);
+    return copy_file(Source(src), dst, followed_mode(src), bytes);
 }
 
 int file_move(const char *src, const char *dst, int overwrite, unsigned long *bytes)
@@ -555,8 +570,9 @@ int file_rmdir(const char *dir, const char *not_list, int recurse)
             const File &entry = *scan.entry();
             if (wild_list(entry_name(entry), not_list))
                 continue;
-            const int gone = is_directory(entry) ? file_rmdir(entry.name, not_list, 1)
-                                                 : std::remove(entry.name) == 0;
+            const int gone = is_directory(entry)
+                                 ? file_rmdir(entry.name, not_list, 1)
+                                 : ::unlinkat(scan.directory(), entry_name(entry), 0) == 0;
             tell(gone ? ok : fail, entry.name, nullptr, removed);
             count += gone;
         }
@@ -607,8 +623,9 @@ struct Tree {
 
 int transfer_level(const char *path, const char *wild, const char *dst, Tree &tree);
 
-int transfer_file(const File &entry, const char *target, Tree &tree)
+int transfer_file(const Scan &scan, const char *target, Tree &tree)
 {
+    const File &entry = *scan.entry();
     int done = 0;
     if (tree.moving) {
         done = file_move(entry.name, target, tree.recurse, tree.bytes);
@@ -616,7 +633,7 @@ int transfer_file(const File &entry, const char *target, Tree &tree)
         errno = 0;
         const mode_t mode =
             S_ISLNK(entry.info.st_mode) ? followed_mode(entry.name) : entry.info.st_mode;
-        done = copy_file(entry.name, target, mode, tree.bytes);
+        done = copy_file(Source(scan, entry), target, mode, tree.bytes);
     }
     tree.complete = tree.complete && done;
     return done;
@@ -648,15 +665,16 @@ int transfer_directory(const File &entry, const char *target, Tree &tree)
     return count;
 }
 
-int transfer_entry(const File &entry, const char *dst, Tree &tree)
+int transfer_entry(const Scan &scan, const char *dst, Tree &tree)
 {
+    const File &entry = *scan.entry();
     char target[path_size];
     if (!file_target(entry, dst, tree.top, target)) {
         tree.complete = false;
         return 0;
     }
     return is_directory(entry) ? transfer_directory(entry, target, tree)
-                               : transfer_file(entry, target, tree);
+                               : transfer_file(scan, target, tree);
 }
 
 int transfer_level(const char *path, const char *wild, const char *dst, Tree &tree)
@@ -664,7 +682,7 @@ int transfer_level(const char *path, const char *wild, const char *dst, Tree &tr
     int count = 0;
     for (Scan scan(path, wild); scan.entry(); scan.next())
         if (!wild_list(entry_name(*scan.entry()), tree.not_list))
-            count += transfer_entry(*scan.entry(), dst, tree);
+            count += transfer_entry(scan, dst, tree);
     return count;
 }
 

@@ -100,6 +100,10 @@ class Scan {
 
     // The current match, refilled by next; null when there is none left.
     const File *entry() const { return handle ? &record : nullptr; }
+
+    // The open directory, for calls that take an entry's own name: they spare the system the walk
+    // down the whole path.
+    int directory() const { return ::dirfd(handle->handle); }
     void next();
 
   private:
