@@ -600,7 +600,7 @@ int change_matches(const char *path, const char *wild, const char *not_list, con
         }
         if (is_directory(entry))
             count += change_matches(entry.name, "*", not_list, texts, change);
-        if (!change(entry)) {
+        if (!change(scan)) {
             emsg("%s", texts.failed);
             break;
         }
@@ -660,13 +660,13 @@ int copy_chmod(pCopy x, unsigned index)
 int dochown(const char *path, const char *file, const char *not_list, uid_t uid, gid_t gid)
 {
     return change_matches(path, file, not_list, chown_texts,
-                          [=](const File &entry) { return file_chown(&entry, uid, gid); });
+                          [=](const Scan &scan) { return file_chown(scan, uid, gid); });
 }
 
 int dochmod(const char *path, const char *file, const char *not_list, mode_t mode)
 {
     return change_matches(path, file, not_list, chmod_texts,
-                          [=](const File &entry) { return file_chmod(&entry, mode); });
+                          [=](const Scan &scan) { return file_chmod(scan, mode); });
 }
 
 // --- Settings files, markers and the rest ----------------------------------------------------

@@ -719,29 +719,54 @@ int file_xmove(const char *path, const char *wild, const char *not_list, const c
 
 // --- Modes and owners ------------------------------------------------------------------------
 
-int file_chmod(const File *x, mode_t mode)
+namespace {
+
+// `path` is for messages; the call goes by the name in the directory.
+int change_mode(int directory, const char *name, const char *path, mode_t mode)
 {
-    if (!x)
-        return 0;
     errno = 0;
-    if (::chmod(x->name, mode) == 0)
+    if (::fchmodat(directory, name, mode, 0) == 0)
         return 1;
-    file_error("Error changing mode of '%s' to %d", x->name, static_cast<int>(mode));
+    file_error("Error changing mode of '%s' to %d", path, static_cast<int>(mode));
     return 0;
 }
 
-int file_chown(const File *x, uid_t uid, gid_t gid)
+int change_owner(int directory, const char *name, const char *path, uid_t uid, gid_t gid)
 {
     constexpr auto unknown = static_cast<uid_t>(-1);
-    if (!x || uid == unknown)
+    if (uid == unknown)
         return 0;
     // Meant: without a group of its own the owner's number serves as one.
     if (gid == unknown)
         gid = uid;
     errno = 0;
-    if (::chown(x->name, uid, gid) == 0)
+    if (::fchownat(directory, name, uid, gid, 0) == 0)
         return 1;
-    file_error("Error changing ownership of '%s' to uid=%d, gid=%d", x->name, static_cast<int>(uid),
+    file_error("Error changing ownership of '%s' to uid=%d, gid=%d", path, static_cast<int>(uid),
                static_cast<int>(gid));
     return 0;
+}
+
+} // namespace
+
+int file_chmod(const File *x, mode_t mode)
+{
+    return x ? change_mode(AT_FDCWD, x->name, x->name, mode) : 0;
+}
+
+int file_chown(const File *x, uid_t uid, gid_t gid)
+{
+    return x ? change_owner(AT_FDCWD, x->name, x->name, uid, gid) : 0;
+}
+
+int file_chmod(const Scan &scan, mode_t mode)
+{
+    const File &entry = *scan.entry();
+    return change_mode(scan.directory(), entry_name(entry), entry.name, mode);
+}
+
+int file_chown(const Scan &scan, uid_t uid, gid_t gid)
+{
+    const File &entry = *scan.entry();
+    return change_owner(scan.directory(), entry_name(entry), entry.name, uid, gid);
 }

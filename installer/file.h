@@ -163,3 +163,7 @@ int file_rmdir(const char *dir, const char *not_list, int recurse);
 // -1 becomes the number of the uid.
 int file_chmod(const File *x, mode_t mode);
 int file_chown(const File *x, uid_t uid, gid_t gid);
+
+// The same for the current entry of a scan, without the walk down its whole path.
+int file_chmod(const Scan &scan, mode_t mode);
+int file_chown(const Scan &scan, uid_t uid, gid_t gid);
