@@ -7,9 +7,25 @@
 #include <sstream>
 
 #include <grp.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// Changes the user in a way that can be taken back. A process that changed its user cannot be
+// traced, which the leak check needs, until it says so.
+bool become(uid_t user, gid_t group)
+{
+    constexpr unsigned root = 0;
+    const bool changed =
+        user == root ? ::setresuid(root, root, root) == 0 && ::setresgid(group, group, root) == 0
+                     : ::setresgid(group, group, root) == 0 && ::setresuid(user, user, root) == 0;
+    return ::prctl(PR_SET_DUMPABLE, 1) == 0 && changed;
+}
+
+} // namespace
 
 void write_text(const std::string &path, const std::string &text)
 {
@@ -29,10 +45,31 @@ std::vector<std::string> tree_of(const std::string &directory)
     std::vector<std::string> found;
     for (const auto &entry : fs::recursive_directory_iterator(directory)) {
         const std::string name = fs::path(entry.path()).lexically_relative(directory).string();
-        found.push_back(entry.is_directory() ? name + "/" : name + "=" + read_all(entry.path()));
+        found.push_back(entry.is_directory()      ? name + "/"
+                        : entry.is_regular_file() ? name + "=" + read_all(entry.path())
+                                                  : name);
     }
     std::sort(found.begin(), found.end());
     return found;
+}
+
+Store store_of(std::initializer_list<std::pair<const char *, const char *>> settings)
+{
+    Store store(ini_init());
+    for (const auto &[name, value] : settings)
+        ini_add_name(store.get(), name, value);
+    return store;
+}
+
+std::string values_of(const Store &store, const std::string &names)
+{
+    std::string values;
+    std::istringstream each(names);
+    for (std::string name; each >> name;) {
+        const char *value = ini_value_name(store.get(), name.c_str());
+        values += "|" + std::string(value ? value : "(none)");
+    }
+    return values.substr(1);
 }
 
 InDirectory::InDirectory() : log(log_init(LogDebug))
@@ -51,6 +88,7 @@ InDirectory::~InDirectory()
 {
     log_set(nullptr);
     fs::current_path("/");
+    become(0, 0);
     std::error_code ignored;
     if (!HasFailure())
         fs::remove_all(directory, ignored);
@@ -72,12 +110,19 @@ bool InDirectory::logged(const std::string &line) const
     return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
+bool InDirectory::logged_start(const std::string &line) const
+{
+    const auto lines = log_lines();
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const std::string &found) { return found.starts_with(line); });
+}
+
 void become_nobody()
 {
     constexpr unsigned nobody = 65534;
     if (::geteuid() != 0)
         return;
     ASSERT_EQ(::setgroups(0, nullptr), 0);
-    ASSERT_EQ(::setgid(nobody), 0);
-    ASSERT_EQ(::setuid(nobody), 0);
+    ASSERT_TRUE(become(nobody, nobody));
+    ASSERT_NE(::geteuid(), 0U);
 }

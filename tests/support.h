@@ -1,11 +1,14 @@
 // What the tests share: a directory for each case, files as text, and the lines of the log.
 #pragma once
 
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "ini.h"
 #include "lib.h"
 #include "log.h"
 
@@ -13,13 +16,25 @@
 void write_text(const std::string &path, const std::string &text);
 std::string read_all(const std::string &path);
 
-// Every path below a directory, sorted, directories ending in '/', files as "name=content".
+// Every path below a directory, sorted, directories ending in '/', files as "name=content", and
+// what is neither by its name alone.
 std::vector<std::string> tree_of(const std::string &directory);
+
+// A store of these settings; the first values of settings named with blanks between, divided by
+// '|', "(none)" where there is none.
+using Store = Owned<Ini, ini_free>;
+Store store_of(std::initializer_list<std::pair<const char *, const char *>> settings);
+std::string values_of(const Store &store, const std::string &names);
+
+// A text that may be missing, as text: "(null)" for null.
+inline std::string shown(const char *text)
+{
+    return text ? text : "(null)";
+}
 
 // Runs each case in a new directory of its own, which stays behind when the case fails, with a log
 // at debug level.
-class InDirectory : public ::testing::Test
-{
+class InDirectory : public ::testing::Test {
   protected:
     InDirectory();
     ~InDirectory() override;
@@ -30,6 +45,9 @@ class InDirectory : public ::testing::Test
     // Whether the log has a line with exactly this level and text.
     bool logged(const std::string &line) const;
 
+    // Whether a line of this level and this beginning of a text is there.
+    bool logged_start(const std::string &line) const;
+
     // The absolute path of a name in the case's directory.
     std::string at(const std::string &name) const { return directory + "/" + name; }
 
@@ -39,6 +57,6 @@ class InDirectory : public ::testing::Test
     Owned<Log, log_free> log;
 };
 
-// Gives up root for the rest of the process. Cases about permission call it first: root may do
-// anything.
+// Gives up root for the rest of the case. Cases about permission call it when their files are made:
+// root may do anything.
 void become_nobody();
