@@ -277,6 +277,9 @@ int file_exist(const char *path)
     errno = 0;
     struct stat info {};
     if (::stat(path, &info) != 0) {
+        // What cannot be looked at counts as missing, but that is not why it does.
+        if (errno != ENOENT && errno != ENOTDIR)
+            file_error("Error examining '%s'", path);
         dmsg("'%s' does not exist", path);
         return 0;
     }

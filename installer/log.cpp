@@ -51,6 +51,13 @@ void count_written(Log *log, int written)
     log->Size += static_cast<size_t>(written);
 }
 
+// A device or a pipe is a place to write to, not one to move away: as root that would work.
+bool is_regular(const char *path)
+{
+    struct stat info {};
+    return ::stat(path, &info) != 0 || S_ISREG(info.st_mode);
+}
+
 // Moves every backup up by one, the oldest falling out, and `newest` to number 0.
 void shift_backups(const Log *log, const char *newest)
 {
@@ -175,6 +182,8 @@ void log_line(Log *log, const char *text, LogLevel level)
 
 int log_rotate(Log *log)
 {
+    if (!is_regular(log->File))
+        return log->F != nullptr;
     char aside[line_size];
     const int first = std::rand();
     const int second = std::rand();

@@ -55,7 +55,8 @@ void log_close(Log *log);
 // Writes one line: time, process, level, text. Lines above the log's level are dropped.
 void log_line(Log *log, const char *text, LogLevel level);
 
-// Moves the file to the newest backup and starts an empty one. 1, or 0 when that cannot be opened.
+// Moves the file to the newest backup and starts an empty one; a device or a pipe stays where it
+// is. 1, or 0 when the file cannot be opened.
 int log_rotate(Log *log);
 
 // Makes a log current (null: none). Early errors stay buffered.
