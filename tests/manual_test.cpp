@@ -1,0 +1,59 @@
+// The manual's tables beside the program's own: a word that only one of them has misleads.
+#include <regex>
+#include <set>
+
+#include "copy.h"
+#include "init.h"
+#include "quest.h"
+#include "shared.h"
+#include "support.h"
+
+namespace {
+
+using Words = std::multiset<std::string>;
+
+constexpr const char *word_rows = "\n\\.It Ic (\\S+) Ta ";
+
+// What a pattern's first group finds in a file of the repository.
+Words found_in(const char *path, const char *pattern)
+{
+    const std::string text = read_all(std::string(INSTALLER_ROOT "/").append(path));
+    const std::regex wanted(pattern);
+    Words words;
+    for (std::sregex_iterator match(text.begin(), text.end(), wanted), end; match != end; ++match)
+        words.insert((*match)[1]);
+    return words;
+}
+
+Words all_words(const char *(*word)(unsigned number))
+{
+    Words words;
+    for (unsigned number = 0; word(number); number++)
+        words.insert(word(number));
+    return words;
+}
+
+TEST(Manual, TablesHaveTheWordsOfTheFormats)
+{
+    EXPECT_EQ(found_in("man/product-install-init.5", word_rows), all_words(init_word));
+    EXPECT_EQ(found_in("man/product-install-question.5", word_rows), all_words(quest_word));
+    EXPECT_EQ(found_in("man/product-install-copy.5", word_rows), all_words(copy_word));
+
+    const Store store(ini_init());
+    ASSERT_EQ(load_datfile(store.get(), "/dev/null"), 1);
+    Words settings;
+    for (int index = 0; index < ini_items(store.get()); index++)
+        settings.insert(ini_label(store.get(), index));
+    clear_datfile();
+    EXPECT_EQ(found_in("man/product-install-data.5", "\n\\.It Va (\\S+) Ta "), settings);
+}
+
+// The front end is no module, so its table is read where it is written.
+TEST(Manual, ListHasTheOptions)
+{
+    const Words options = found_in("installer/installer.cpp", "\\{\"-(\\w+)\", take_");
+    EXPECT_EQ(found_in("man/product-install.1", "\n\\.It Fl (\\w+)"), options);
+    EXPECT_FALSE(options.empty());
+}
+
+} // namespace
