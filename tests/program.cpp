@@ -1,1 +1,96 @@
-#include "support.h"
+#include "program.h"
+
+#include <array>
+#include <chrono>
+#include <csignal>
+
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+[[noreturn]] void become(const Program &program)
+{
+    constexpr unsigned nobody = 65534;
+    if (program.as_nobody && ::geteuid() == 0 &&
+        (::setgroups(0, nullptr) != 0 || ::setresgid(nobody, nobody, nobody) != 0 ||
+         ::setresuid(nobody, nobody, nobody) != 0))
+        ::_exit(126);
+    std::vector<char *> arguments = {const_cast<char *>(program.path.c_str())};
+    for (const std::string &argument : program.arguments)
+        arguments.push_back(const_cast<char *>(argument.c_str()));
+    arguments.push_back(nullptr);
+    ::execv(program.path.c_str(), arguments.data());
+    ::_exit(127);
+}
+
+// Reads all that a program shows and gives the answers, until it ends or goes beyond all bounds.
+Session converse(pid_t pid, int terminal, const Answers &answers)
+{
+    constexpr size_t output_limit = 1'000'000;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    std::string shown;
+    size_t seen = 0;
+    auto next = answers.begin();
+    bool ended = false;
+    while (!ended && shown.size() < output_limit && std::chrono::steady_clock::now() < deadline) {
+        pollfd ready = {.fd = terminal, .events = POLLIN, .revents = 0};
+        if (::poll(&ready, 1, 1000) <= 0)
+            continue;
+        std::array<char, 4096> piece;
+        const ssize_t length = ::read(terminal, piece.data(), piece.size());
+        ended = length <= 0;
+        shown.append(piece.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
+        std::erase(shown, '\r');
+        if (next == answers.end() || shown.find(next->first, seen) == std::string::npos)
+            continue;
+        seen = shown.find(next->first, seen) + next->first.size();
+        const std::string typed = next->second + (next->second == end_of_input ? "" : "\n");
+        EXPECT_EQ(::write(terminal, typed.data(), typed.size()), std::ssize(typed));
+        ++next;
+    }
+    if (!ended)
+        ::kill(pid, SIGKILL);
+    ::close(terminal);
+    int status = 0;
+    EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(ended) << "goes on for ever: " << shown.substr(0, 2000);
+    EXPECT_TRUE(next == answers.end()) << "never asked: " << next->first << "\nbut: " << shown;
+    return {shown, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+}
+
+} // namespace
+
+Session run_piped(const Program &program, const std::string &input)
+{
+    std::array<int, 2> to;
+    std::array<int, 2> from;
+    EXPECT_EQ(::pipe(to.data()) | ::pipe(from.data()), 0);
+    // A pipe takes far more at once than any case types.
+    EXPECT_EQ(::write(to[1], input.data(), input.size()), std::ssize(input));
+    ::close(to[1]);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::dup2(to[0], STDIN_FILENO);
+        ::dup2(from[1], STDOUT_FILENO);
+        ::dup2(from[1], STDERR_FILENO);
+        ::close(from[0]);
+        become(program);
+    }
+    ::close(to[0]);
+    ::close(from[1]);
+    return converse(pid, from[0], {});
+}
+
+Session run_on_terminal(const Program &program, const Answers &answers)
+{
+    int terminal = -1;
+    const pid_t pid = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (pid == 0)
+        become(program);
+    return converse(pid, terminal, answers);
+}
