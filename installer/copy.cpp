@@ -439,8 +439,7 @@ int copy_into(const copy *x, unsigned index, const char *directory, unsigned lon
 {
     const copy_cmd &command = x->list[index];
     Pattern pattern;
-    struct stat top {};
-    if (!source_pattern(x, index, pattern) || ::stat(directory, &top) != 0)
+    if (!source_pattern(x, index, pattern))
         return 0;
     Scan scan(pattern.directory, pattern.wild);
     if (!scan.entry())
@@ -451,7 +450,7 @@ int copy_into(const copy *x, unsigned index, const char *directory, unsigned lon
         char target[path_size];
         const bool passed_over = is_directory(entry) && command.type != CpyDir;
         if (!passed_over && !wild_ilist(entry_name(entry), command.not_) &&
-            file_target(entry, directory, top, target))
+            file_target(entry, directory, directory, target))
             count += copy_entry(entry, target, command, bytes);
     }
     return count;

@@ -299,21 +299,37 @@ bool is_same_file(const char *a, const char *b)
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
+namespace {
+
+// An account that is not known is no error; one that could not be looked up is.
+template <typename Entry> const Entry *look_up(Entry *(*get)(const char *), const char *name)
+{
+    if (!name)
+        return nullptr;
+    errno = 0;
+    const Entry *found = get(name);
+    if (!found && errno != 0 && errno != ENOENT)
+        file_error("Error looking up '%s'", name);
+    return found;
+}
+
+} // namespace
+
 int file_getuid(const char *name)
 {
-    const passwd *user = name ? ::getpwnam(name) : nullptr;
+    const passwd *user = look_up(::getpwnam, name);
     return user ? static_cast<int>(user->pw_uid) : -1;
 }
 
 int file_getgid(const char *name)
 {
-    const group *found = name ? ::getgrnam(name) : nullptr;
+    const group *found = look_up(::getgrnam, name);
     return found ? static_cast<int>(found->gr_gid) : -1;
 }
 
 int file_usergid(const char *name)
 {
-    const passwd *user = name ? ::getpwnam(name) : nullptr;
+    const passwd *user = look_up(::getpwnam, name);
     return user ? static_cast<int>(user->pw_gid) : -1;
 }
 
@@ -526,18 +542,22 @@ int mkdir_failed(const char *path)
     return 0;
 }
 
-// Makes each directory above the last component; those that are there already are expected.
-void make_directories_above(char *path)
+// Makes each directory above the last component. Returns the reason why one could not be made; 0
+// when there was none, those that are there already being expected.
+int make_directories_above(char *path)
 {
+    int reason = 0;
     const size_t drive_prefix = 3;
     const size_t start = path[0] && path[1] == ':' ? drive_prefix : 1;
     for (size_t at = start; at < std::strlen(path); at++) {
         if (!is_separator(path[at]))
             continue;
         path[at] = '\0';
-        make_directory(path);
+        if (!make_directory(path) && errno != EEXIST)
+            reason = errno;
         path[at] = Sep;
     }
+    return reason;
 }
 
 } // namespace
@@ -552,10 +572,13 @@ int file_mkdir(const char *dir, int make_all)
     const bool whole = dir[length] == '\0';
     if (length > 0 && is_separator(path[length - 1]))
         path[--length] = '\0';
-    if (make_all)
-        make_directories_above(path);
-    if (!make_directory(path) && errno != EEXIST)
+    const int reason_above = make_all ? make_directories_above(path) : 0;
+    if (!make_directory(path) && errno != EEXIST) {
+        // That there is nothing above is not why it could not be made.
+        if (errno == ENOENT && reason_above != 0)
+            errno = reason_above;
         return mkdir_failed(path);
+    }
     if (whole)
         return 1;
     errno = ENAMETOOLONG;
@@ -587,20 +610,9 @@ int file_rmdir(const char *dir, const char *not_list, int recurse)
 
 // --- Copying and moving trees ----------------------------------------------------------------
 
-namespace {
-
-bool is_top_directory(const char *path, const struct stat &top)
+bool file_target(const File &entry, const char *directory, const char *top, char (&target)[256])
 {
-    struct stat info {};
-    return ::lstat(path, &info) == 0 && info.st_dev == top.st_dev && info.st_ino == top.st_ino;
-}
-
-} // namespace
-
-bool file_target(const File &entry, const char *directory, const struct stat &top,
-                 char (&target)[256])
-{
-    const bool is_top = is_directory(entry) && is_top_directory(entry.name, top);
+    const bool is_top = is_directory(entry) && is_same_file(entry.name, top);
     if (!is_top && join_path(target, directory, entry_name(entry)))
         return true;
     errno = is_top ? EINVAL : ENAMETOOLONG;
@@ -620,7 +632,7 @@ struct Tree {
     int recurse;
     unsigned long *bytes;
     bool moving;
-    struct stat top = {}; // of the destination that the tree goes into
+    const char *top;      // the destination that the whole tree goes into
     bool complete = true; // nothing below failed or was passed over, so that a moved source may go
 };
 
@@ -697,8 +709,6 @@ int transfer_tree(const char *path, const char *wild, const char *dst, Tree tree
     const int created = file_exist(dst) == 0;
     if (created && !file_mkdir(dst, 1))
         return 0;
-    if (::stat(dst, &tree.top) != 0)
-        tree.top = {};
     return created + transfer_level(path, wild ? wild : "*", dst, tree);
 }
 
@@ -709,7 +719,7 @@ int file_xcopy(const char *path, const char *wild, const char *not_list, const c
 {
     return transfer_tree(
         path, wild, dst,
-        {.not_list = not_list, .recurse = recurse, .bytes = bytes, .moving = false});
+        {.not_list = not_list, .recurse = recurse, .bytes = bytes, .moving = false, .top = dst});
 }
 
 int file_xmove(const char *path, const char *wild, const char *not_list, const char *dst,
@@ -717,7 +727,7 @@ int file_xmove(const char *path, const char *wild, const char *not_list, const c
 {
     return transfer_tree(
         path, wild, dst,
-        {.not_list = not_list, .recurse = recurse, .bytes = bytes, .moving = true});
+        {.not_list = not_list, .recurse = recurse, .bytes = bytes, .moving = true, .top = dst});
 }
 
 // --- Modes and owners ------------------------------------------------------------------------

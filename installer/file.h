@@ -123,10 +123,9 @@ int file_getgid(const char *name);
 int file_usergid(const char *name);
 
 // Where an entry goes in a directory: the directory joined with its name. False, logged and told as
-// a failure, when that path is too long or the entry is `top`, the directory that its own tree is
+// a failure, when that path is too long or the entry is `top`, the directory that the whole tree is
 // to go into.
-bool file_target(const File &entry, const char *directory, const struct stat &top,
-                 char (&target)[256]);
+bool file_target(const File &entry, const char *directory, const char *top, char (&target)[256]);
 
 // --- Acting ----------------------------------------------------------------------------------
 

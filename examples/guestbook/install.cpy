@@ -71,7 +71,10 @@ Chmod    $(cgi_dir)/$(folder)/guestbook.path        -              644
 # count: until then there is no guestbook.conf, and a repeated run writes everything again.
 Ini      $(welcome_from)                   $(data_dir)/welcome.txt.new     reuse  false
 Ini      $(current_dir)/guestbook.conf.in  $(data_dir)/guestbook.conf.new  reuse  false
-Chown    $(data_dir)  -  $(www_user):$(www_group)                          give_data
+Chown    $(data_dir)/welcome.txt.new       -                $(www_user):$(www_group)  give_data
+Chown    $(data_dir)/guestbook.conf.new    -                $(www_user):$(www_group)  give_data
+Chown    $(data_dir)/archive               -                $(www_user):$(www_group)  give_data
+Chown    $(data_dir)                       *.new,*/archive  $(www_user):$(www_group)  give_data
 Rename   $(data_dir)/welcome.txt.new       $(data_dir)/welcome.txt         reuse  false
 Rename   $(data_dir)/guestbook.conf.new    $(data_dir)/guestbook.conf      reuse  false
 
@@ -149,9 +152,14 @@ Rename   $(data_dir)  $(data_dir).removed           keep     false
 Exist    $(data_dir).removed                        removed
 RmDir    $(data_dir).removed    -                   removed
 
-# The notes, except for the place of entries that are still there: the next install finds them.
+# The notes, when the folders have really gone: until then a repeated run needs them. The place
+# of entries that are still there stays noted, so that the next install finds them.
+Exist    $(web_root)/$(folder)                      there
+Exist    $(cgi_dir)/$(folder)                       there    there    false
 Exist    $(data_dir)/guestbook.conf                 has_data
-RmFile   $(record_dir)/*        data_dir
+Exist    $(data_dir)                                has_data has_data false
+RmFile   $(record_dir)/*        data_dir            there    false
+Exist    $(record_dir)                              has_data there
 RmDir    $(record_dir)          -                   has_data false
 
 [archive]
