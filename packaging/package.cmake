@@ -45,18 +45,21 @@ out about the host, what to ask, and what to do to the disk. The program then
 installs, upgrades or removes the product, in a dialogue or unattended.
 .
 The headers and the static library of its modules are included.")
-set(CPACK_STRIP_FILES OFF)
-set(CPACK_THREADS 1)
-set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/settle.cmake)
 
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian.cmake)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 
-set(machine ${CMAKE_SYSTEM_PROCESSOR})
-string(TOLOWER ${CMAKE_SYSTEM_NAME} system)
-set(CPACK_ARCHIVE_FILE_NAME product-install-${PROJECT_VERSION}-${system}-${machine}-static)
+# The generator External makes the tarball; TGZ would pack the files in any order.
+string(TOLOWER ${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR} machine)
+set(CPACK_PACKAGE_FILE_NAME product-install-${PROJECT_VERSION}-${machine})
+if(INSTALLER_STATIC)
+  string(APPEND CPACK_PACKAGE_FILE_NAME -static)
+endif()
+set(CPACK_EXTERNAL_PACKAGE_SCRIPT ${PROJECT_SOURCE_DIR}/packaging/tarball.cmake)
+set(CPACK_EXTERNAL_ENABLE_STAGING ON)
 
 include(CPack)
