@@ -20,6 +20,10 @@ file(WRITE ${documents}/changelog
 ")
 file(GLOB pages ${share}/man/man*/*)
 execute_process(COMMAND gzip -9n ${pages} ${documents}/changelog COMMAND_ERROR_IS_FATAL ANY)
+file(GLOB_RECURSE binaries ${CPACK_TEMPORARY_DIRECTORY}/usr/bin/* ${CPACK_TEMPORARY_DIRECTORY}/usr/*.a)
+execute_process(COMMAND
+  strip --strip-debug --remove-section=.comment --enable-deterministic-archives ${binaries}
+  COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND
   find ${CPACK_TEMPORARY_DIRECTORY} -exec touch --no-dereference --date=@$ENV{SOURCE_DATE_EPOCH} {} +
   COMMAND_ERROR_IS_FATAL ANY)
