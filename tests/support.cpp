@@ -53,6 +53,14 @@ std::vector<std::string> tree_of(const std::string &directory)
     return found;
 }
 
+std::string joined(const std::vector<std::string> &lines)
+{
+    std::string text;
+    for (const std::string &line : lines)
+        text += (&line == &lines.front() ? "" : "|") + line;
+    return text;
+}
+
 Store store_of(std::initializer_list<std::pair<const char *, const char *>> settings)
 {
     Store store(ini_init());
@@ -63,13 +71,13 @@ Store store_of(std::initializer_list<std::pair<const char *, const char *>> sett
 
 std::string values_of(const Store &store, const std::string &names)
 {
-    std::string values;
+    std::vector<std::string> values;
     std::istringstream each(names);
     for (std::string name; each >> name;) {
         const char *value = ini_value_name(store.get(), name.c_str());
-        values += "|" + std::string(value ? value : "(none)");
+        values.push_back(value ? value : "(none)");
     }
-    return values.substr(1);
+    return joined(values);
 }
 
 InDirectory::InDirectory() : log(log_init(LogDebug))
@@ -115,6 +123,17 @@ bool InDirectory::logged_start(const std::string &line) const
     const auto lines = log_lines();
     return std::any_of(lines.begin(), lines.end(),
                        [&](const std::string &found) { return found.starts_with(line); });
+}
+
+std::string InDirectory::new_errors()
+{
+    constexpr std::string_view level = "Error: ";
+    std::vector<std::string> errors;
+    const auto lines = log_lines();
+    for (; lines_seen < lines.size(); lines_seen++)
+        if (lines[lines_seen].starts_with(level))
+            errors.push_back(lines[lines_seen].substr(level.size()));
+    return joined(errors);
 }
 
 void become_nobody()

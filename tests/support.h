@@ -20,8 +20,11 @@ std::string read_all(const std::string &path);
 // what is neither by its name alone.
 std::vector<std::string> tree_of(const std::string &directory);
 
-// A store of these settings; the first values of settings named with blanks between, divided by
-// '|', "(none)" where there is none.
+// The lines as one text, divided by '|'.
+std::string joined(const std::vector<std::string> &lines);
+
+// A store of these settings; the first values of settings named with blanks between, joined,
+// "(none)" where there is none.
 using Store = Owned<Ini, ini_free>;
 Store store_of(std::initializer_list<std::pair<const char *, const char *>> settings);
 std::string values_of(const Store &store, const std::string &names);
@@ -48,12 +51,16 @@ class InDirectory : public ::testing::Test {
     // Whether a line of this level and this beginning of a text is there.
     bool logged_start(const std::string &line) const;
 
+    // The errors that were logged since the last call, divided by '|'.
+    std::string new_errors();
+
     // The absolute path of a name in the case's directory.
     std::string at(const std::string &name) const { return directory + "/" + name; }
 
     std::string directory;
 
   private:
+    size_t lines_seen = 0;
     Owned<Log, log_free> log;
 };
 
