@@ -36,7 +36,11 @@ std::string news()
 
 class FileTest : public InDirectory {
   protected:
-    FileTest() { file_setup_fn(tell<'+'>, tell<'-'>); }
+    FileTest()
+    {
+        told.clear();
+        file_setup_fn(tell<'+'>, tell<'-'>);
+    }
 };
 
 std::string scanned(const std::string &path, const char *wild)
@@ -113,6 +117,7 @@ TEST_F(FileTest, AFailedCopyIsToldWithItsReason)
         write_text(name, "content");
     fs::permissions("secret", fs::perms::none);
     fs::permissions("w", fs::perms::all);
+    fs::permissions("closed", fs::perms(0555));
     ASSERT_EQ(::mkfifo("fifo", 0666) | ::chmod("fifo", 0666), 0);
     become_nobody();
     const std::tuple<const char *, const char *, std::string> rows[] = {

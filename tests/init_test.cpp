@@ -76,7 +76,7 @@ TEST_F(InitTest, CommandsStoreTheirOutcome)
     EXPECT_EQ(values_of(store, "t3").size(), 8U);
     EXPECT_EQ(new_errors(), "Failed to read (bin.txt), No such file or directory|"
                             "TimeDate 'none' is NULL");
-    ASSERT_EQ(::chmod("my.int", 0666), 0);
+    ASSERT_EQ(::chmod("my.int", 0666) | ::chmod("bin", 0555), 0);
     become_nobody();
     run("WFile $(dir)/new act - -\nWFile /dev/full act - -\n", store);
     EXPECT_EQ(new_errors(), "Failed to write (bin/new), Permission denied|"

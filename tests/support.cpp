@@ -98,8 +98,12 @@ InDirectory::~InDirectory()
     fs::current_path("/");
     become(0, 0);
     std::error_code ignored;
-    if (!HasFailure())
-        fs::remove_all(directory, ignored);
+    if (HasFailure())
+        return;
+    for (const auto &entry : fs::directory_iterator(directory, ignored))
+        if (entry.is_directory(ignored) && !entry.is_symlink(ignored))
+            fs::permissions(entry.path(), fs::perms::owner_all, fs::perm_options::add, ignored);
+    fs::remove_all(directory, ignored);
 }
 
 std::vector<std::string> InDirectory::log_lines() const
