@@ -390,6 +390,12 @@ int open_file(int directory, const char *name, int flags)
         [&] { return ::openat(directory, name, flags | O_NONBLOCK | O_CLOEXEC, default_mode); });
 }
 
+void refuse_itself(const char *src)
+{
+    errno = EINVAL;
+    file_error("Error copying '%s' onto itself", src);
+}
+
 // Opens the destination empty; a failure is logged. A new file cannot be the source; one that
 // exists is looked at before it is cut.
 int open_destination(const char *src, const char *dst)
@@ -397,8 +403,7 @@ int open_destination(const char *src, const char *dst)
     int opened = open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT | O_EXCL);
     if (opened < 0 && errno == EEXIST) {
         if (is_same_file(src, dst)) {
-            errno = EINVAL;
-            file_error("Error copying '%s' onto itself", src);
+            refuse_itself(src);
             return -1;
         }
         opened = open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT | O_TRUNC);
@@ -512,7 +517,14 @@ int file_copy(const char *src, const char *dst, int overwrite, unsigned long *by
 
 int file_move(const char *src, const char *dst, int overwrite, unsigned long *bytes)
 {
-    if (file_copy(src, dst, overwrite, bytes) == 0)
+    const int copied = file_copy(src, dst, overwrite, bytes);
+    if (copied < 0 && is_same_file(src, dst)) {
+        // What was passed over as existing already is the source itself.
+        refuse_itself(src);
+        tell(fail, src, dst, made);
+        return 0;
+    }
+    if (copied == 0)
         return 0;
     if (std::remove(src) != 0) {
         file_error("Error removing moved file '%s'", src);
@@ -612,15 +624,17 @@ int file_rmdir(const char *dir, const char *not_list, int recurse)
 
 bool file_target(const File &entry, const char *directory, const char *top, char (&target)[256])
 {
-    const bool is_top = is_directory(entry) && is_same_file(entry.name, top);
-    if (!is_top && join_path(target, directory, entry_name(entry)))
-        return true;
-    errno = is_top ? EINVAL : ENAMETOOLONG;
-    if (is_top)
-        file_error("Error copying '%s' into itself", entry.name);
-    else
+    if (!join_path(target, directory, entry_name(entry))) {
+        errno = ENAMETOOLONG;
         file_error("Error opening '%s' in '%s' for write", entry_name(entry), directory);
-    tell(fail, entry.name, directory, made);
+        tell(fail, entry.name, directory, made);
+        return false;
+    }
+    if (!is_directory(entry) ||
+        (!is_same_file(entry.name, top) && !is_same_file(entry.name, target)))
+        return true;
+    errno = EINVAL;
+    file_error("Error copying '%s' into itself", entry.name);
     return false;
 }
 
@@ -637,6 +651,15 @@ struct Tree {
 };
 
 int transfer_level(const char *path, const char *wild, const char *dst, Tree &tree);
+
+// As file_mkdir, but where just the last directory is missing its name is taken as it stands: it
+// may be that of a source, in which a backslash is a letter like any other.
+int make_destination(const char *path)
+{
+    if (make_directory(path) || errno == EEXIST)
+        return 1;
+    return errno == ENOENT ? file_mkdir(path, 1) : mkdir_failed(path);
+}
 
 int transfer_file(const Scan &scan, const char *target, Tree &tree)
 {
@@ -665,13 +688,12 @@ int remove_moved(const File &entry, const char *target, const Tree &tree, bool c
 int transfer_directory(const File &entry, const char *target, Tree &tree)
 {
     if (!tree.recurse)
-        return file_mkdir(target, 1);
+        return make_destination(target);
     const bool complete_so_far = std::exchange(tree.complete, true);
     int count = file_exist(target) == 0;
-    // What is above it is there already, and its name is taken as it stands.
-    if (count == 1 && !make_directory(target) && errno != EEXIST) {
+    if (count == 1 && !make_destination(target)) {
         tree.complete = false;
-        return mkdir_failed(target);
+        return 0;
     }
     count += transfer_level(entry.name, "*", target, tree);
     if (tree.moving)
@@ -707,7 +729,7 @@ int transfer_tree(const char *path, const char *wild, const char *dst, Tree tree
         return 0;
     errno = 0;
     const int created = file_exist(dst) == 0;
-    if (created && !file_mkdir(dst, 1))
+    if (created && !make_destination(dst))
         return 0;
     return created + transfer_level(path, wild ? wild : "*", dst, tree);
 }

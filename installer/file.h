@@ -122,9 +122,9 @@ int file_getuid(const char *name);
 int file_getgid(const char *name);
 int file_usergid(const char *name);
 
-// Where an entry goes in a directory: the directory joined with its name. False, logged and told as
-// a failure, when that path is too long or the entry is `top`, the directory that the whole tree is
-// to go into.
+// Where an entry goes in a directory: the directory joined with its name. False when that path is
+// too long (logged and told as a failure), or when the entry is a directory that would go into
+// itself: it is what that path leads to, or `top`, which the whole tree goes into (logged).
 bool file_target(const File &entry, const char *directory, const char *top, char (&target)[256]);
 
 // --- Acting ----------------------------------------------------------------------------------
