@@ -3,6 +3,8 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
+#include <vector>
 
 #include "lib.h"
 #include "log.h"
@@ -78,19 +80,30 @@ void add_associations(Ini *ini, const int *pairs)
     }
 }
 
+// What associations were found to give in one read, by index; one that is still being read gives
+// nothing, which ends those that lead back to themselves.
+using Known = std::vector<std::optional<const char *>>;
+
 // The last association decides, even when it has no value. Every one is read, which rewinds its
-// cursor. `depth` ends associations that lead back to themselves.
-const char *value_at(const Ini *ini, int index, int depth)
+// cursor.
+const char *value_at(const Ini *ini, int index, Known &known)
 {
     const Item *item = readable_item(ini, index);
-    if (!item || depth > ini->items)
+    if (!item)
         return nullptr;
     list_start(item->values);
-    if (const void *value = list_get(item->values))
-        return static_cast<const char *>(value);
+    const void *own = list_get(item->values);
+    if (own || list_items(item->assoc) == 0)
+        return static_cast<const char *>(own);
+    known.resize(static_cast<size_t>(ini->items));
+    std::optional<const char *> &result = known[static_cast<size_t>(index)];
+    if (result)
+        return *result;
+    result = nullptr;
     const char *value = nullptr;
     for (const Node *node = list_first(item->assoc); node; node = node->next)
-        value = value_at(ini, *node_item<int>(node), depth + 1);
+        value = value_at(ini, *node_item<int>(node), known);
+    result = value;
     return value;
 }
 
@@ -366,7 +379,8 @@ SettingMode ini_setting_mode_name(const Ini *ini, const char *name)
 
 const char *ini_value(const Ini *ini, int index)
 {
-    return value_at(ini, index, 0);
+    Known known;
+    return value_at(ini, index, known);
 }
 
 const char *ini_value_name(const Ini *ini, const char *name)
