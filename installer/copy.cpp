@@ -89,6 +89,15 @@ void release_texts(copy_cmd &command)
         text_free(text);
 }
 
+void release_commands(pCopy x)
+{
+    for (unsigned index = 0; index < x->count; index++)
+        release_texts(x->list[index]);
+    std::free(x->list);
+    x->list = nullptr;
+    x->count = 0;
+}
+
 void set_field(char **place, const char *name, const char *field)
 {
     if (!field)
@@ -111,14 +120,11 @@ unsigned take_type(char **line, copy_cmd &command)
 {
     unsigned fields = source_not_dest;
     const char *word = next_field(line);
-    const auto *known =
-        std::find_if(std::begin(command_words), std::end(command_words),
-                     [word](const command_word &row) { return s_stricmp(row.word, word) == 0; });
-    if (known == std::end(command_words)) {
-        cerror("Unknown copy type '%s'", word);
-    } else {
+    if (const command_word *known = find_word(command_words, word, s_stricmp)) {
         command.type = known->type;
         fields = known->fields;
+    } else {
+        cerror("Unknown copy type '%s'", word);
     }
     dmsg("Copy line 'type' is [%d]", static_cast<int>(command.type));
     return fields;
@@ -171,7 +177,7 @@ bool add_command(pCopy x, char *line, unsigned &capacity)
 
 const char *copy_word(unsigned number)
 {
-    return number < std::size(command_words) ? command_words[number].word : nullptr;
+    return word_at(command_words, number);
 }
 
 pCopy copy_init(Ini *ini)
@@ -188,6 +194,7 @@ int copy_load(pCopy x, const char *file, const char *section)
 {
     if (!x || !file || !section)
         return 0;
+    release_commands(x);
     errno = 0;
     SectionReader reader(file, section);
     if (!reader.is_open()) {
@@ -262,7 +269,8 @@ const char *text_at(const copy *x, unsigned index, char *copy_cmd::*field)
 
 int is_type(const copy *x, unsigned index, CType type)
 {
-    return x && x->list[index].type == type;
+    const copy_cmd *command = command_at(x, index);
+    return command && command->type == type;
 }
 
 } // namespace
@@ -683,7 +691,7 @@ void write_line(const copy *x, char *line, FILE *to)
 bool fill_template(const copy *x, FILE *from, FILE *to)
 {
     char line[3 * line_size + 1];
-    while (std::fgets(line, static_cast<int>(std::size(line)), from))
+    while (!std::ferror(to) && std::fgets(line, static_cast<int>(std::size(line)), from))
         write_line(x, line, to);
     return !std::ferror(from);
 }
@@ -797,15 +805,12 @@ const char *copy_error()
 void cerror(const char *format, ...)
 {
     const int reason = errno;
-    char message[line_size];
+    char message[reasoned_size];
     va_list arguments;
     va_start(arguments, format);
-    vlprintf(message, line_size, format, arguments);
+    vformat_reasoned(message, reason != 0 ? std::strerror(reason) : nullptr, format, arguments);
     va_end(arguments);
-    if (reason != 0)
-        emsg("%s, %s", message, std::strerror(reason));
-    else
-        emsg("%s", message);
+    emsg("%s", message);
     errno = reason;
 }
 
@@ -813,9 +818,7 @@ void copy_free(pCopy *x)
 {
     if (!x || !*x)
         return;
-    for (unsigned index = 0; index < (*x)->count; index++)
-        release_texts((*x)->list[index]);
-    std::free((*x)->list);
+    release_commands(*x);
     delete *x;
     *x = nullptr;
 }

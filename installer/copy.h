@@ -53,8 +53,8 @@ const char *copy_word(unsigned number);
 // Installs the progress callbacks of all file operations.
 void copy_setup(pCopy x, FileFn ok, FileFn fail);
 
-// Loads a section into an empty script: 1 when it was found, 0 for nulls, a file that cannot be
-// read and a section that is not there. Faulty lines are logged; incomplete ones are dropped.
+// Loads a section, in place of an earlier one: 1 when it was found, 0 for nulls, a file that cannot
+// be read and a section that is not there. Faulty lines are logged; incomplete ones are dropped.
 int copy_load(pCopy x, const char *file, const char *section);
 
 // Completes a loaded command: fills in the references of its source and destination, and takes "-"
@@ -73,7 +73,7 @@ const char *copy_not(const copy *x, unsigned index);
 const char *copy_control(const copy *x, unsigned index);
 const char *copy_control_cmp(const copy *x, unsigned index);
 
-// 1 when the command (an index below the count) is of that kind; 0 for a null script.
+// 1 when the command is of that kind; 0 for a null script or an invalid index.
 int copy_cpyfile(const copy *x, unsigned index);
 int copy_cpydir(const copy *x, unsigned index);
 int copy_mkdir(const copy *x, unsigned index);

@@ -58,12 +58,12 @@ void file_error(const char *format, ...)
     const int reason = errno;
     if (!format)
         return;
-    char message[line_size];
+    char message[reasoned_size];
     va_list arguments;
     va_start(arguments, format);
-    vlprintf(message, line_size, format, arguments);
+    vformat_reasoned(message, std::strerror(reason), format, arguments);
     va_end(arguments);
-    emsg("%s, %s", message, std::strerror(reason));
+    emsg("%s", message);
     errno = reason;
 }
 
@@ -473,19 +473,27 @@ bool is_special(mode_t mode)
     return !S_ISREG(mode) && !S_ISDIR(mode) && !S_ISLNK(mode);
 }
 
-bool refuse_special(const char *src, mode_t mode)
+// What cannot be read must not cost the destination what it holds.
+bool refuse_unreadable(const char *src, mode_t mode)
 {
-    if (!is_special(mode))
-        return false;
-    errno = ENOTSUP;
-    file_error("Error opening '%s' for read, it is a FIFO, a socket or a device", src);
-    return true;
+    if (S_ISDIR(mode)) {
+        errno = EISDIR;
+        file_error("Error reading from '%s'", src);
+        return true;
+    }
+    if (is_special(mode)) {
+        errno = ENOTSUP;
+        file_error("Error opening '%s' for read, it is a FIFO, a socket or a device", src);
+        return true;
+    }
+    return false;
 }
 
 // `mode` is the source's, links followed; 0 when there is nothing.
 int copy_file(const Source &src, const char *dst, mode_t mode, unsigned long *bytes)
 {
-    const bool copied = !(mode && refuse_special(src.path, mode)) && copy_content(src, dst, bytes);
+    const bool copied =
+        !(mode && refuse_unreadable(src.path, mode)) && copy_content(src, dst, bytes);
     tell(copied ? ok : fail, src.path, dst, made);
     return copied;
 }
@@ -581,7 +589,11 @@ int file_mkdir(const char *dir, int make_all)
     errno = 0;
     char path[path_size];
     size_t length = static_cast<size_t>(scpy(path, dir));
-    const bool whole = dir[length] == '\0';
+    if (dir[length] != '\0') {
+        // Cut, it would name something else.
+        errno = ENAMETOOLONG;
+        return mkdir_failed(path);
+    }
     if (length > 0 && is_separator(path[length - 1]))
         path[--length] = '\0';
     const int reason_above = make_all ? make_directories_above(path) : 0;
@@ -591,10 +603,7 @@ int file_mkdir(const char *dir, int make_all)
             errno = reason_above;
         return mkdir_failed(path);
     }
-    if (whole)
-        return 1;
-    errno = ENAMETOOLONG;
-    return mkdir_failed(path);
+    return 1;
 }
 
 int file_rmdir(const char *dir, const char *not_list, int recurse)

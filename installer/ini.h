@@ -101,7 +101,7 @@ int ini_index(const Ini *ini, const char *name);
 const char *ini_label(const Ini *ini, int index);
 
 // All names in table order, or those that match a wildcard, in a new container. The caller
-// releases the container; the names stay the store's.
+// releases the container; the names stay the store's, and come off the list with list_del first.
 [[nodiscard]] Array *ini_label_array(const Ini *ini);
 [[nodiscard]] Linklist *ini_label_list(const Ini *ini);
 [[nodiscard]] Array *ini_label_wild(const Ini *ini, const char *pattern);

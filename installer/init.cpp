@@ -30,7 +30,7 @@ struct command_word {
 
 void run_exist(const init_item &item, Ini *ini)
 {
-    char path[path_size];
+    char path[path_size] = "";
     ini_replace(ini, item.a, path, path_size);
     ini_add_name(ini, item.b, file_exist(path) ? "true" : "false");
 }
@@ -73,7 +73,7 @@ void run_time_date(const init_item &item, Ini *ini)
 
 void run_write_file(const init_item &item, Ini *ini)
 {
-    char path[path_size];
+    char path[path_size] = "";
     ini_replace(ini, item.a, path, path_size);
     Stream stream(create_text(path));
     if (stream)
@@ -84,7 +84,7 @@ void run_write_file(const init_item &item, Ini *ini)
 
 void run_read_file(const init_item &item, Ini *ini)
 {
-    char path[path_size];
+    char path[path_size] = "";
     ini_replace(ini, item.a, path, path_size);
     const Stream stream(open_text(path));
     const Text text(stream ? read_text(stream.get()) : nullptr);
@@ -112,13 +112,10 @@ bool is_wanted(const init_item &item, const Ini *ini)
 
 void set_mode(init_item &item, const char *word)
 {
-    const auto *known =
-        std::find_if(std::begin(command_words), std::end(command_words),
-                     [word](const command_word &row) { return s_strcmp(row.word, word) == 0; });
-    if (known == std::end(command_words))
-        emsg("Unknown init command '%s'", word);
-    else
+    if (const command_word *known = find_word(command_words, word, s_strcmp))
         item.mode = known->mode;
+    else
+        emsg("Unknown init command '%s'", word);
 }
 
 // "-" leaves the field as it is, so that an item which a short line began keeps what it has.
@@ -152,7 +149,7 @@ bool fill_item(init_item &item, char *line)
 
 const char *init_word(unsigned number)
 {
-    return number < std::size(command_words) ? command_words[number].word : nullptr;
+    return word_at(command_words, number);
 }
 
 pInit init_init()
@@ -293,7 +290,7 @@ int done_scripts = 0;
 // A directive's handler takes the fields behind its name; false, with errmsg filled, ends the
 // search.
 struct directive {
-    const char *name;
+    const char *word;
     bool (*take)(char *fields, char *errmsg);
 };
 
@@ -383,11 +380,8 @@ constexpr directive directives[] = {
 
 bool take_line(char *line, char *errmsg)
 {
-    const char *name = next_field(&line);
-    for (const directive &row : directives)
-        if (s_stricmp(name, row.name) == 0)
-            return row.take(line, errmsg);
-    return true;
+    const directive *known = find_word(directives, next_field(&line), s_stricmp);
+    return !known || known->take(line, errmsg);
 }
 
 const char *find_configuration()

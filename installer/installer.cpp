@@ -22,13 +22,17 @@ int automate = 0;
 
 namespace {
 
-// The path of one of the run's own files: the program's name in the working directory.
+// The path of one of the run's own files: the program's name in the working directory. Where the
+// whole path would be cut, and so name something else, the name alone leads there as well.
 void product_file(char (&path)[path_size], const char *extension)
 {
-    path[0] = '\0';
-    currentdir(path, path_size);
-    attach_path(path, myname);
-    attach_ext(path, extension);
+    char name[path_size] = "";
+    attach_path(name, myname);
+    attach_ext(name, extension);
+    char directory[path_size] = "";
+    currentdir(directory, path_size);
+    if (!join_path(path, directory, name))
+        scpy(path, name);
 }
 
 } // namespace
@@ -46,7 +50,7 @@ struct CommandLine {
 };
 
 struct option {
-    const char *name;
+    const char *word;
     void (*take)(Log *log, CommandLine &line);
 };
 
@@ -94,9 +98,8 @@ void process_args(Log *log, char **argv, int argc)
         return;
     CommandLine line = {.arguments = argv + 1, .left = argc - 1};
     while (const char *argument = line.next())
-        for (const option &known : options)
-            if (s_strcmp(argument, known.name) == 0)
-                known.take(log, line);
+        if (const option *known = find_word(options, argument, s_strcmp))
+            known->take(log, line);
 }
 
 // --- Screens ---------------------------------------------------------------------------------
@@ -187,7 +190,7 @@ Step step_copy(Dialogue &dialogue)
 Step step_exist(Dialogue &dialogue)
 {
     const auto index = static_cast<unsigned>(dialogue.index++);
-    char path[line_size];
+    char path[line_size] = "";
     ini_replace(dialogue.ini, quest_text(dialogue.set, index), path, line_size);
     ini_add_name(dialogue.ini, quest_setting(dialogue.set, index),
                  file_exist(path) ? "true" : "false");
@@ -307,6 +310,7 @@ flow_result ask_all(Dialogue &dialogue)
     constexpr int steps_back_most = 1000;
     const auto count = static_cast<int>(quest_count(dialogue.set));
     dialogue.index = 0;
+    dialogue.steps_back = 0;
     while (dialogue.index < count) {
         const int before = dialogue.index;
         if (const Step ended = take_step(dialogue))
@@ -347,7 +351,6 @@ flow_result ask_section(const flow &kind, Ini *ini, const char *path)
 
 // --- Running a section's copy script ---------------------------------------------------------
 
-// Every dot is shown at once, so that one can see the work going on.
 void printdot(char *, char *, int)
 {
     std::fputc('.', stdout);

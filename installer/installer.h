@@ -23,6 +23,11 @@ void print_header(const Ini *ini);
 void print_menu(const Ini *ini);
 void print_blurb(const Ini *ini);
 
+// Progress on the screen: a dot, shown at once, so that one can see the work going on; the system's
+// reason for a failure. The arguments are not looked at.
+void printdot(char *src, char *dst, int mode);
+void printerror(char *src, char *dst, int mode);
+
 // The flows; each gives a flow_result.
 int install_product(Ini *ini);
 int upgrade_product(Ini *ini);

@@ -5,9 +5,11 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 void text_free(char **text)
@@ -158,7 +160,7 @@ char *sreplace(const char *source, const char *search, const char *replacement, 
     if (!source || !search || !destination || size == 0)
         return nullptr;
     BoundedText result(destination, size);
-    while (const char *match = std::strstr(source, search)) {
+    while (const char *match = *search ? std::strstr(source, search) : nullptr) {
         result.append({source, static_cast<size_t>(match - source)});
         if (replacement)
             result.append(replacement);
@@ -405,8 +407,9 @@ int plp_snprintf(char *buffer, unsigned size, const char *format, ...)
 
 int vlprintf(char *buffer, unsigned size, const char *format, va_list arguments)
 {
-    if (size == 0)
+    if (!buffer || size == 0)
         return 0;
+    buffer[0] = '\0';
     const int length = vplp_snprintf(buffer, size, format, arguments);
     if (length >= 0)
         return length;
@@ -421,6 +424,14 @@ int lprintf(char *buffer, unsigned size, const char *format, ...)
     const int length = vlprintf(buffer, size, format, arguments);
     va_end(arguments);
     return length;
+}
+
+void vformat_reasoned(char (&text)[reasoned_size], const char *reason, const char *format,
+                      va_list arguments)
+{
+    const int length = vlprintf(text, line_size, format, arguments);
+    if (reason)
+        lprintf(text + length, static_cast<unsigned>(reasoned_size - length), ", %s", reason);
 }
 
 // --- Paths ----------------------------------------------------------------------------------
@@ -691,11 +702,23 @@ FILE *open_stream(const char *path, int flags, const char *mode)
     return stream;
 }
 
+bool may_never_end(FILE *stream)
+{
+    struct stat info {};
+    return ::fstat(::fileno(stream), &info) != 0 ||
+           !(S_ISREG(info.st_mode) || S_ISDIR(info.st_mode));
+}
+
 } // namespace
 
 FILE *open_text(const char *path)
 {
-    return open_stream(path, O_RDONLY, "r");
+    Stream stream(open_stream(path, O_RDONLY, "r"));
+    if (stream && may_never_end(stream.get())) {
+        stream.reset();
+        errno = ENOTSUP;
+    }
+    return stream.release();
 }
 
 FILE *create_text(const char *path)
@@ -703,20 +726,29 @@ FILE *create_text(const char *path)
     return open_stream(path, O_WRONLY | O_CREAT | O_TRUNC, "w");
 }
 
+FILE *append_text(const char *path)
+{
+    return open_stream(path, O_WRONLY | O_CREAT | O_APPEND, "a");
+}
+
 bool close_written(Stream &stream)
 {
-    errno = 0;
     const bool failed = std::ferror(stream.get()) != 0;
-    return std::fclose(stream.release()) == 0 && !failed;
+    const int reason = errno;
+    if (std::fclose(stream.release()) != 0)
+        return false;
+    if (failed)
+        errno = reason;
+    return !failed;
 }
 
 char *read_text(FILE *stream)
 {
     char piece[line_size - 1];
-    char *text = nullptr;
+    std::optional<std::string> text;
     while (std::fgets(piece, static_cast<int>(std::size(piece)), stream))
-        text = sadd(text, piece);
-    return text;
+        text = text ? std::move(*text) + piece : piece;
+    return text ? s_strdup(text->c_str()) : nullptr;
 }
 
 char *next_field(char **rest)
@@ -780,13 +812,14 @@ void say(const char *format, ...)
 bool read_input(char *buffer, int size)
 {
     std::fflush(stdout);
-    char line[line_size];
-    if (input_ended() || !std::fgets(line, line_size, stdin))
+    int c = input_ended() ? EOF : std::getchar();
+    if (c == EOF)
         return false;
-    scpy(buffer, line, size);
-    if (!std::strchr(line, '\n'))
-        for (int c = 0; c != '\n' && c != EOF;)
-            c = std::getchar();
+    int length = 0;
+    for (; c != '\n' && c != EOF; c = std::getchar())
+        if (length < size - 1)
+            buffer[length++] = static_cast<char>(c);
+    buffer[length] = '\0';
     return true;
 }
 

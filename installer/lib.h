@@ -158,9 +158,16 @@ int isfalse(const char *text);
 // As plp_snprintf, but always terminated: output that was cut gives size - 1.
 [[gnu::format(printf, 3, 4)]] int lprintf(char *buffer, unsigned size, const char *format, ...);
 
-// lprintf for a caller that holds an argument list.
+// lprintf for a caller that holds an argument list. A null format gives an empty text.
 [[gnu::format(printf, 3, 0)]] int vlprintf(char *buffer, unsigned size, const char *format,
                                            va_list arguments);
+
+// A message of at most 999 characters with the reason for a failure behind it.
+constexpr int reasoned_size = line_size + 256;
+
+// Formats a message and puts ", " and the reason behind it; null: no reason is known.
+[[gnu::format(printf, 3, 0)]] void vformat_reasoned(char (&text)[reasoned_size], const char *reason,
+                                                    const char *format, va_list arguments);
 
 // --- Paths ----------------------------------------------------------------------------------
 
@@ -242,6 +249,25 @@ int wild_list(const char *texts, const char *patterns);
 // wild_list without regard to the case of ASCII letters.
 int wild_ilist(const char *texts, const char *patterns);
 
+// --- Tables of words -----------------------------------------------------------------------
+
+// The row whose word equals a text as `compare` sees it; null when there is none.
+template <typename Row, size_t rows>
+const Row *find_word(const Row (&table)[rows], const char *text,
+                     int (*compare)(const char *, const char *))
+{
+    for (const Row &row : table)
+        if (compare(row.word, text) == 0)
+            return &row;
+    return nullptr;
+}
+
+// The word of a row by number; null behind the last.
+template <typename Row, size_t rows> const char *word_at(const Row (&table)[rows], unsigned number)
+{
+    return number < rows ? table[number].word : nullptr;
+}
+
 // --- Files of text --------------------------------------------------------------------------
 
 // fopen; null for nulls.
@@ -252,10 +278,12 @@ void s_fclose(FILE **stream);
 
 using Stream = Owned<FILE, s_fclose>;
 
-// Open a file of text for reading; create or empty one for writing. Unlike s_fopen they never wait
-// at a FIFO. Null when it cannot be opened.
+// Open a file of text: for reading (FIFOs, sockets and devices, which may never end, are refused);
+// created or emptied for writing; for appending. Unlike s_fopen they never wait at a FIFO. Null
+// when it cannot be opened.
 [[nodiscard]] FILE *open_text(const char *path);
 [[nodiscard]] FILE *create_text(const char *path);
+[[nodiscard]] FILE *append_text(const char *path);
 
 // Closes a stream that was written. Returns false, with errno set, when any of its data may not
 // have reached the file.
@@ -317,9 +345,9 @@ class SectionReader {
 // Prints to standard output through the formatter, at most 1999 characters.
 [[gnu::format(printf, 1, 2)]] void say(const char *format, ...);
 
-// Shows what was said so far and reads one line of standard input, line end included, cut at
-// size - 1 characters: the rest of a longer line is thrown away. False at the end of input, with
-// the buffer untouched.
+// Shows what was said so far and reads one line of standard input, without its end, cut at size - 1
+// characters: the rest of a longer line is thrown away. False at the end of input, with the buffer
+// untouched.
 [[nodiscard]] bool read_input(char *buffer, int size);
 
 // True once a read has met the end of standard input: from then on nobody answers.

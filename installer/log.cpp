@@ -52,10 +52,10 @@ void count_written(Log *log, int written)
 }
 
 // A device or a pipe is a place to write to, not one to move away: as root that would work.
-bool is_regular(const char *path)
+bool can_rotate(const Log *log)
 {
     struct stat info {};
-    return ::stat(path, &info) != 0 || S_ISREG(info.st_mode);
+    return ::stat(log->File, &info) != 0 || S_ISREG(info.st_mode);
 }
 
 // Moves every backup up by one, the oldest falling out, and `newest` to number 0.
@@ -129,7 +129,7 @@ int log_open(Log *log, const char *path)
     log_close(log);
     struct stat info {};
     log->Size = path && ::stat(path, &info) == 0 ? static_cast<size_t>(info.st_size) : 0;
-    log->F = s_fopen(path, "a");
+    log->F = append_text(path);
     if (!log->F)
         return 0;
     scpy(log->File, path);
@@ -171,9 +171,10 @@ void log_line(Log *log, const char *text, LogLevel level)
         return;
     char when[21];
     print_time(when);
-    count_written(log, std::fprintf(log->F, "%.20s [%d] %s: %s\n", when,
-                                    static_cast<int>(::getpid()), LevelNames[level], text));
-    if (log->Size >= log->Rotate)
+    count_written(log,
+                  std::fprintf(log->F, "%.20s [%d] %s: %s\n", when, static_cast<int>(::getpid()),
+                               LevelNames[level], text ? text : "(NULL)"));
+    if (log->Size >= log->Rotate && can_rotate(log))
         log_rotate(log);
     else if (log->DoFlush != 0 && log->Lines % log->DoFlush == 0)
         log_flush(log);
@@ -182,8 +183,8 @@ void log_line(Log *log, const char *text, LogLevel level)
 
 int log_rotate(Log *log)
 {
-    if (!is_regular(log->File))
-        return log->F != nullptr;
+    if (!log || !can_rotate(log))
+        return log && log->F;
     char aside[line_size];
     const int first = std::rand();
     const int second = std::rand();
@@ -242,7 +243,7 @@ void log_raw(const char *format, ...)
     count_written(log, std::fprintf(log->F, "%s", text));
     // Meant, both: raw text rotates at the default size whatever the log's own, and is flushed when
     // the interval and the line count share no bit.
-    if (log->Size >= default_rotate)
+    if (log->Size >= default_rotate && can_rotate(log))
         log_rotate(log);
     else if (log->DoFlush != 0 && (log->DoFlush & log->Lines) == 0)
         log_flush(log);

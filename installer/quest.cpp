@@ -100,11 +100,9 @@ bool take_text(char *rest, quest &question)
 unsigned take_type(char **line, quest &question)
 {
     const char *word = next_field(line);
-    for (const type_word &row : type_words) {
-        if (s_stricmp(row.word, word) == 0) {
-            question.type = row.type;
-            return row.fields;
-        }
+    if (const type_word *known = find_word(type_words, word, s_stricmp)) {
+        question.type = known->type;
+        return known->fields;
     }
     emsg("Unknown question type '%s'", word);
     return asked_fields;
@@ -168,7 +166,7 @@ const quest *question_at(const questions *set, std::uint32_t index)
 
 const char *quest_word(unsigned number)
 {
-    return number < std::size(type_words) ? type_words[number].word : nullptr;
+    return word_at(type_words, number);
 }
 
 pQuestions quest_init(Ini *ini)
@@ -397,18 +395,13 @@ const char *quest_error()
 void quest_seterror(const char *format, ...)
 {
     const int reason = errno;
-    char message[line_size];
+    char message[reasoned_size];
     va_list arguments;
     va_start(arguments, format);
-    vlprintf(message, line_size, format, arguments);
+    vformat_reasoned(message, reason != 0 ? std::strerror(reason) : nullptr, format, arguments);
     va_end(arguments);
-    Text text(s_strdup(message));
-    if (reason != 0) {
-        text.reset(sadd(text.release(), ", "));
-        text.reset(sadd(text.release(), std::strerror(reason)));
-    }
-    emsg("%s", text.get());
-    s_assign(&last_error, text.get());
+    emsg("%s", message);
+    s_assign(&last_error, message);
     errno = reason;
 }
 

@@ -34,6 +34,7 @@ int tcp_init()
 
 char *tcp_getipbyname(const char *name, char *buffer, int size)
 {
+    errno = 0;
     const hostent *host = name ? ::gethostbyname(name) : nullptr;
     if (!host) {
         emsg("Socket gethostbyname failed, %s", std::strerror(errno));
