@@ -702,11 +702,14 @@ FILE *open_stream(const char *path, int flags, const char *mode)
     return stream;
 }
 
+// A device or a pipe that has anything to say may go on saying it for ever; an empty one, such as
+// the null device, is as good as an empty file.
 bool may_never_end(FILE *stream)
 {
     struct stat info {};
-    return ::fstat(::fileno(stream), &info) != 0 ||
-           !(S_ISREG(info.st_mode) || S_ISDIR(info.st_mode));
+    const bool plain = ::fstat(::fileno(stream), &info) == 0 &&
+                       (S_ISREG(info.st_mode) || S_ISDIR(info.st_mode));
+    return !plain && std::fgetc(stream) != EOF;
 }
 
 } // namespace
