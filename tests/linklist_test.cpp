@@ -1,119 +1,79 @@
 #include "linklist.h"
 
+#include <algorithm>
+#include <random>
+
+#include "rows.h"
 #include "support.h"
 
 namespace {
 
-class List : public ::testing::Test {
-  protected:
-    // Adds a heap copy of each letter at the cursor.
-    void add(const std::string &letters) const
-    {
-        for (const char letter : letters)
-            EXPECT_EQ(list_add(list.get(), s_strdup(std::string(1, letter).c_str())), 1);
-    }
-
-    // What list_del detaches, "-" when there is nothing.
-    std::string removed() const
-    {
-        const Text item(static_cast<char *>(list_del(list.get())));
-        return item ? item.get() : "-";
-    }
-
-    // The items from the cursor on; the cursor ends behind them.
-    std::string rest() const
-    {
-        std::string items;
-        for (; const void *item = list_get(list.get()); list_next(list.get()))
-            items += static_cast<const char *>(item);
-        return items;
-    }
-
-    std::string all() const
-    {
-        list_start(list.get());
-        return rest();
-    }
-
-    const Owned<Linklist, list_free_dealloc> list{list_init()};
-};
-
-TEST_F(List, AddingKeepsTheOrderAndTheCurrentItem)
+// Runs a script over a new list; what it answers. A letter is added, '-' deletes, '?' reads, '!'
+// reads the next, '^', '>' and '<' move, '*' tells the number of items and all from the first on.
+std::string run(const Fields &script)
 {
-    add("abc");
-    EXPECT_EQ(list_get(list.get()), nullptr);
-    EXPECT_EQ(list_get_next(list.get()), nullptr);
-    list_start(list.get());
-    EXPECT_STREQ(static_cast<char *>(list_get_next(list.get())), "b");
-    add("xy");
-    EXPECT_EQ(rest(), "bc");
-    EXPECT_EQ(all(), "axybc");
-    EXPECT_EQ(list_items(list.get()), 5);
-    list_prev(list.get());
-    EXPECT_EQ(rest(), "c");
-    list_start(list.get());
-    list_prev(list.get());
-    EXPECT_EQ(rest(), "axybc");
+    const Owned<Linklist, list_free_dealloc> owner(list_init());
+    Linklist *list = owner.get();
+    std::string answers;
+    const auto tell = [&](const void *item) {
+        answers += item ? *static_cast<const char *>(item) : '.';
+    };
+    for (const char word : script[0]) {
+        if (word == '-')
+            tell(Text(static_cast<char *>(list_del(list))).get());
+        else if (word == '?' || word == '!')
+            tell(word == '?' ? list_get(list) : list_get_next(list));
+        else if (word == '^' || word == '*')
+            list_start(list);
+        else if (word == '>' || word == '<')
+            (word == '>' ? list_next : list_prev)(list);
+        else
+            EXPECT_EQ(list_add(list, s_strdup(std::string(1, word).c_str())), 1);
+        if (word == '*')
+            for (answers += std::to_string(list_items(list)); list_get(list); list_next(list))
+                tell(list_get(list));
+    }
+    return answers;
 }
 
-TEST_F(List, DeletingTakesTheCurrentItemAndAtTheEndTheLast)
+TEST(List, AnswersScripts)
 {
-    EXPECT_EQ(removed(), "-");
-    add("abcde");
-    EXPECT_EQ(removed(), "e");
-    EXPECT_EQ(removed(), "d");
-    list_start(list.get());
-    list_next(list.get());
-    EXPECT_EQ(removed(), "b");
-    EXPECT_EQ(rest(), "c");
-    EXPECT_EQ(all(), "ac");
-    for (const char *const item : {"c", "a", "-"})
-        EXPECT_EQ(removed(), item);
-    EXPECT_EQ(list_items(list.get()), 0);
-    add("z");
-    EXPECT_EQ(all(), "z");
+    expect_rows({"*?!-=>0...", "abc?!*=>..3abc", "abc^!x?*=>bb4axbc", "abc^?>>>>?<?=>a.c",
+                 "abc^<?=>a", "abc--*=>cb1a", "abc^>-?*-=>bc2acc", "a-z*=>a1z",
+                 "abc^--?-*-=>abcc0.",
+                 // Going back passes over what was put in front of an item.
+                 "abc^>x>>?<?<?=>.cx", "abc^>x>?<?=>cx", "abc^xyz>-*=>b5xyzac",
+                 // After deletions nothing leads back to a released node.
+                 "ab^x-<?-<*=>axx1b", "abc^xy<-<?-*=>yxx3abc", "abc^>x<<->-<<->-<*=>abxc0"},
+                run);
 }
 
-// An insert leaves the prev of the node behind it as it was, so going back passes over the new one.
-TEST_F(List, OneSidedLinksNeverLeadToAReleasedNode)
+TEST(List, EveryItemComesOutOnce)
 {
-    add("abc");
-    list_start(list.get());
-    list_next(list.get());
-    add("x");
-    list_next(list.get());
-    list_prev(list.get());
-    EXPECT_EQ(rest(), "xbc") << "one step back from c passes over b";
-    for (int round = 0; round < 200; round++) {
-        list_start(list.get());
-        for (int step = 0; step < round % 5; step++)
-            list_next(list.get());
-        add("yz");
-        if (round % 3 == 0)
-            list_prev(list.get());
-        removed();
-        list_prev(list.get());
-        removed();
-        EXPECT_EQ(all().size(), list_items(list.get()));
+    std::mt19937 random(7);
+    for (int round = 0; round < 300; round++) {
+        std::string script = "abc";
+        for (int step = 0; step < 60; step++)
+            script += "xy-^><<>-<"[random() % 10];
+        std::string out = run(Fields(script + "*"));
+        std::erase_if(script, [](char c) { return c < 'a'; });
+        std::erase_if(out, [](char c) { return c < 'a'; });
+        EXPECT_TRUE(std::is_permutation(out.begin(), out.end(), script.begin(), script.end()))
+            << out;
     }
-    EXPECT_EQ(all().size(), 4U);
-    while (list_items(list.get()) > 0) {
-        EXPECT_NE(removed(), "-");
-        list_prev(list.get());
-    }
-    EXPECT_EQ(all(), "");
 }
 
-TEST_F(List, NullsAreAnswered)
+TEST(List, NullsAreAnswered)
 {
     Linklist *none = nullptr;
     for (const auto move : {list_start, list_prev, list_next})
         move(none);
     list_free_dealloc(&none);
-    list_free_dealloc(nullptr);
-    EXPECT_FALSE(list_add(none, &none) || list_add(list.get(), nullptr) || list_get(none) ||
-                 list_get_next(none) || list_items(none) || list_items(list.get()));
+    EXPECT_FALSE(list_add(none, &none) || list_get(none) || list_get_next(none) ||
+                 list_items(none));
     EXPECT_EQ(list_del(none), nullptr);
+    const Owned<Linklist, list_free_dealloc> list(list_init());
+    EXPECT_EQ(list_add(list.get(), nullptr) + list_items(list.get()), 0);
 }
 
 } // namespace

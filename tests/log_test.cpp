@@ -2,9 +2,9 @@
 
 #include <cerrno>
 #include <ctime>
-#include <filesystem>
 #include <regex>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,21 +16,16 @@ namespace {
 class LogFile : public InDirectory {
   protected:
     LogFile() { log_set(nullptr); }
-    ~LogFile() override { log_set(nullptr); }
+    ~LogFile() override { array_free_dealloc(&EmsgLog); }
 
-    // A file's lines without time and process, each ended by '|'.
-    static std::string lines(const std::string &file = "x.log")
-    {
-        return std::regex_replace(read_all(file), std::regex(R"([^\n]*\[\d+\] ([^\n]*)\n)"), "$1|");
-    }
-
-    // The log files with their lines.
-    static std::string files()
+    // The log's files below a directory, with their lines without time, process and line ends.
+    static std::string files(const std::string &directory = ".")
     {
         std::string all;
-        for (const std::string &file : tree_of("."))
-            if (const std::string name = file.substr(0, file.find('=')); name[0] == 'x')
-                all += name + "=" + lines(name) + " ";
+        for (const std::string &file : tree_of(directory))
+            if (file.starts_with("x"))
+                all += std::regex_replace(file, std::regex(R"([^\n=]*\[\d+\] ([^\n]*)\n)"), "$1|") +
+                       " ";
         return all;
     }
 
@@ -60,41 +55,35 @@ TEST_F(LogFile, LinesTellTimeProcessLevelAndText)
     const std::string rest = " [" + std::to_string(::getpid()) + "] Error: 100% 7\n";
     const std::string line = read_all("x.log");
     EXPECT_TRUE(line == before + rest || line == time_now() + rest) << line;
+    std::string expected = "x.log=Error: 100% 7|";
     for (const size_t length : {998U, 999U, 1000U, 1200U}) {
         imsg("%s", std::string(length, 'x').c_str());
-        EXPECT_TRUE(
-            lines().ends_with("|Info: " + std::string(std::min(length, size_t{999}), 'x') + "|"));
+        expected += "Info: " + std::string(std::min<size_t>(length, 999), 'x') + "|";
     }
-    imsg("%s!", std::string(999, 'y').c_str());
-    EXPECT_TRUE(lines().ends_with("|Info: " + std::string(999, 'y') + "|"));
+    imsg("%s!", std::string(999, 'x').c_str());
     log_close(log.get());
-    EXPECT_EQ(log->F, nullptr);
     dmsg("again");
-    EXPECT_TRUE(lines().starts_with("Error: 100% 7|") && lines().ends_with("|Debug: again|"));
-    EXPECT_EQ(log->Size, read_all("x.log").size());
-    EXPECT_EQ(log->Lines, 7);
+    EXPECT_EQ(files(), expected + "Info: " + std::string(999, 'x') + "|Debug: again| ");
+    EXPECT_TRUE(log->Size == read_all("x.log").size() && log->Lines == 7);
 }
 
 TEST_F(LogFile, LevelsDecideWhatIsWritten)
 {
     open(4, 1'000'000);
-    std::string expected;
-    for (const auto &[name, added] : {std::pair("NONE", ""),
-                                      {"error", "Error: e|"},
-                                      {"Info", "Error: e|Info: i|"},
-                                      {"DEBUG", "Error: e|Info: i|Debug: d|"},
-                                      {"verbose", "Error: e|Info: i|Debug: d|"}}) {
+    std::string expected = "x.log=";
+    for (const auto &[name, added] : std::initializer_list<std::pair<const char *, const char *>>{
+             {"NONE", ""},
+             {"error", "Error: e|"},
+             {"Info", "Error: e|Info: i|"},
+             {"DEBUG", "Error: e|Info: i|Debug: d|"},
+             {"verbose", "Error: e|Info: i|Debug: d|"}}) {
         log_set_level_name(log.get(), name);
         emsg("e");
         imsg("i");
         dmsg("d");
-        EXPECT_EQ(lines(), expected += added) << name;
+        EXPECT_EQ(files(), (expected += added) + " ") << name;
     }
     EXPECT_STREQ(log_level_name(log.get()), "Debug");
-    log_set_level(log.get(), LogInfo);
-    EXPECT_EQ(log_level(log.get()), LogInfo);
-    EXPECT_EQ(EmsgLog->items, 1) << "the error at level none waits";
-    check_emsglog();
 }
 
 TEST_F(LogFile, RotationKeepsTheNewestBackups)
@@ -104,14 +93,12 @@ TEST_F(LogFile, RotationKeepsTheNewestBackups)
     const size_t empty_line = log->Size;
     imsg("%s", std::string(99 - 2 * empty_line, 'x').c_str());
     EXPECT_EQ(log->Size, 99U);
-    EXPECT_FALSE(std::filesystem::exists("x.log0"));
     imsg("1");
-    EXPECT_EQ(lines(), "");
-    EXPECT_TRUE(lines("x.log0").ends_with("|Info: 1|"));
+    EXPECT_TRUE(log->Size == 0 && read_all("x.log").empty());
     log_dorotate(log.get(), 4, empty_line + 1);
     for (const char *const text : {"2", "3", "4", "5"})
         imsg("%s", text);
-    EXPECT_TRUE(lines("x.log4").ends_with("|Info: 1|"));
+    EXPECT_TRUE(read_all("x.log4").ends_with("Info: 1\n"));
     imsg("6");
     imsg("%s", "");
     EXPECT_EQ(files(), "x.log0=Info: 6| x.log1=Info: 5| x.log2=Info: 4| x.log3=Info: 3| "
@@ -124,25 +111,28 @@ TEST_F(LogFile, RotationKeepsTheNewestBackups)
     EXPECT_EQ(log->Lines, 11);
 }
 
-TEST_F(LogFile, BackupsStayWhileTheFileCannotBeMoved)
+TEST_F(LogFile, WhatCannotOrMustNotBeMovedStays)
 {
-    for (const char *const file : {"x/x.log", "x/x.log0", "x/x.log3", "x/x.log4"}) {
-        write_text(file, file);
+    for (const char *const file : {"x/x.log", "x/x.log0", "x/x.log4"}) {
+        write_text(file, "\n");
         ASSERT_EQ(::chmod(file, 0666), 0);
     }
-    ASSERT_EQ(::chmod("x", 0555), 0);
-    become_nobody();
-    ASSERT_EQ(log_setup(log.get(), "x", "x.log"), 0);
-    ASSERT_EQ(log_open(log.get(), "x/x.log"), 1);
+    ASSERT_TRUE(::chmod("x", 0555) == 0 && ::mkfifo("x.fifo", 0666) == 0);
+    const int reader = ::open("x.fifo", O_RDWR | O_NONBLOCK);
+    ASSERT_EQ(log_setup(log.get(), nullptr, "x.fifo"), 1);
     log_dorotate(log.get(), 4, 1);
-    for (int line = 0; line < 7; line++)
-        imsg("kept");
+    imsg("to a pipe");
+    become_nobody();
+    EXPECT_EQ(log_setup(log.get(), "x", "x.log"), 0);
+    ASSERT_EQ(log_open(log.get(), "x/x.log"), 1);
+    for (const char *const text : {"1", "2", "3", "4", "5", "6"})
+        imsg("%s", text);
     EXPECT_EQ(log_rotate(log.get()), 1);
-    const std::vector<std::string> backups = {"x.log0=x/x.log0", "x.log3=x/x.log3",
-                                              "x.log4=x/x.log4"};
-    const auto found = tree_of("x");
-    EXPECT_EQ(std::vector(found.begin(), found.end() - 1), backups);
-    EXPECT_TRUE(lines("x/x.log").ends_with("Info: kept|Info: kept|Info: kept|Info: kept|"));
+    EXPECT_EQ(files("x"),
+              "x.log0=\n x.log4=\n x.log=\nInfo: 1|Info: 2|Info: 3|Info: 4|Info: 5|Info: 6| ");
+    struct stat info {};
+    EXPECT_TRUE(::stat("x.fifo", &info) == 0 && S_ISFIFO(info.st_mode));
+    ::close(reader);
 }
 
 TEST_F(LogFile, EarlyErrorsWaitForALog)
@@ -159,59 +149,42 @@ TEST_F(LogFile, EarlyErrorsWaitForALog)
     EXPECT_EQ(CurrentLog, nullptr);
     EXPECT_EQ(log_setup(log.get(), ".", "x.log"), 1);
     EXPECT_STREQ(log->File, "./x.log");
-    emsg("three");
     log_close(log.get());
-    EXPECT_EQ(lines(), "Error: one 1|Error: two|Error: three|");
-    EXPECT_EQ(EmsgLog, nullptr);
+    EXPECT_EQ(files(), "x.log=Error: one 1|Error: two| ");
     log_set(nullptr);
     emsg("discarded unwritten");
     log_set_level(log.get(), LogNone);
-    EXPECT_EQ(log_setup(log.get(), nullptr, "x.log"), 1);
-    EXPECT_STREQ(log->File, "x.log");
+    EXPECT_EQ(log_open(log.get(), "x.log"), 1);
     EXPECT_EQ(EmsgLog, nullptr);
-    EXPECT_EQ(lines(), "Error: one 1|Error: two|Error: three|");
+    EXPECT_EQ(files(), "x.log=Error: one 1|Error: two| ");
 }
 
 TEST_F(LogFile, AFileThatCannotBeOpenedStopsNothing)
 {
     open(4, 1);
-    EXPECT_EQ(log_open(log.get(), "no/x.log"), 0);
-    EXPECT_EQ(log->F, nullptr);
-    EXPECT_STREQ(log->File, "x.log");
-    EXPECT_EQ(log_open(log.get(), nullptr), 0);
+    EXPECT_EQ(log_open(log.get(), "no/x.log") + log_open(log.get(), nullptr), 0);
+    EXPECT_TRUE(log->F == nullptr && log->File == std::string("x.log"));
     EXPECT_EQ(log_setup(log.get(), nullptr, "no/x.log"), 1);
     emsg("lost");
     log_raw("lost");
-    EXPECT_EQ(log_rotate(log.get()), 0);
-    EXPECT_EQ(log->Lines, 0);
-    EXPECT_EQ(EmsgLog, nullptr);
+    EXPECT_EQ(log_rotate(log.get()) + log->Lines, 0);
     EXPECT_EQ(files(), "x.log= ");
 }
 
-TEST_F(LogFile, FlushingFollowsTheLinesWritten)
+TEST_F(LogFile, FlushingAndRawTextHaveRulesOfTheirOwn)
 {
     open(4, 1'000'000);
     log_doflush(log.get(), 2);
-    for (const char *const seen : {"Info: a|", "Info: a|", "Info: a|Info: a|Info: a|"}) {
+    for (const char *const seen : {"a|", "a|", "a|Info: a|Info: a|"}) {
         imsg("a");
-        EXPECT_EQ(lines(), seen);
+        EXPECT_EQ(files(), "x.log=Info: " + std::string(seen) + " ");
     }
-    log_doflush(log.get(), 0);
-    imsg("b");
-    EXPECT_EQ(lines(), "Info: a|Info: a|Info: a|");
-    log_flush(nullptr);
-    EXPECT_EQ(lines(), "Info: a|Info: a|Info: a|Info: b|");
-}
-
-TEST_F(LogFile, RawTextHasRulesOfItsOwn)
-{
-    open(4, 1);
+    EXPECT_EQ(log_open(log.get(), "x.raw"), 1);
     log_set_level(log.get(), LogNone);
-    log_doflush(log.get(), 2);
-    // Flushed when the interval and the lines before share no bit: at 0 and 1, not at 2.
-    for (const char *const seen : {"a", "aa", "aa"}) {
+    // Flushed when the interval and the lines before share no bit: at 4 and 5, not at 3 and 6.
+    for (const char *const seen : {"", "aa", "aaa", "aaa"}) {
         log_raw("%s", "a");
-        EXPECT_EQ(read_all("x.log"), seen);
+        EXPECT_EQ(read_all("x.raw"), seen);
     }
     // Rotated at 1 MiB, whatever the log's own threshold.
     for (const size_t rotate : {size_t{1}, size_t{4'000'000}}) {
@@ -221,31 +194,23 @@ TEST_F(LogFile, RawTextHasRulesOfItsOwn)
         EXPECT_EQ(log->Size, 1'048'575U);
         log_raw("\n");
         EXPECT_EQ(log->Size, 0U);
-        EXPECT_TRUE(read_all("x.log0").ends_with("12345\n"));
+        EXPECT_TRUE(read_all("x.raw0").ends_with("12345\n"));
     }
     log_raw("%s", std::string(1200, 'r').c_str());
-    log_close(log.get());
-    EXPECT_EQ(read_all("x.log"), std::string(999, 'r'));
-    EXPECT_EQ(log->Lines, 8);
+    log_flush(nullptr);
+    EXPECT_EQ(read_all("x.raw"), std::string(999, 'r'));
 }
 
 TEST_F(LogFile, NullsAreAnswered)
 {
-    Log *none = nullptr;
     const char *const format = nullptr;
     for (const auto message : {emsg, imsg, dmsg, log_raw})
         message(format);
-    log_free(&none);
-    log_free(nullptr);
-    log_line(none, "a", LogError);
-    log_close(none);
-    log_flush(none);
-    log_doflush(none, 1);
-    log_dorotate(none, 1, 1);
-    check_emsglog();
-    EXPECT_EQ(EmsgLog, nullptr);
-    EXPECT_EQ(log_setup(none, nullptr, "x.log") + log_level(none), 0U);
-    EXPECT_EQ(log_level_name(none), nullptr);
+    log_line(nullptr, "a", LogError);
+    log_close(nullptr);
+    log_flush(nullptr);
+    EXPECT_EQ(log_setup(nullptr, nullptr, "x.log") + log_level(nullptr), 0U);
+    EXPECT_TRUE(log_level_name(nullptr) == nullptr && EmsgLog == nullptr);
 }
 
 } // namespace
