@@ -1,4 +1,3 @@
-#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -20,16 +19,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::array places = {
-    "/etc/apache/httpd.conf",
-    "/etc/httpd/conf/httpd.conf",
-    "/etc/httpd/httpd.conf",
-    "/usr/local/apache/conf/httpd.conf",
-    "/usr/local/httpd/conf/httpd.conf",
-    "/usr/local/apache/etc/httpd.conf",
-    "/usr/internet/httpd/public/conf/httpd.conf",
-    "/opt/apache/conf/httpd.conf",
-};
+const std::vector<std::string> places = {"/etc/apache",
+                                         "/etc/httpd/conf",
+                                         "/etc/httpd",
+                                         "/usr/local/apache/conf",
+                                         "/usr/local/httpd/conf",
+                                         "/usr/local/apache/etc",
+                                         "/usr/internet/httpd/public/conf",
+                                         "/opt/apache/conf"};
 
 bool mounted(const std::string &what, const std::string &where, unsigned long flags)
 {
@@ -49,7 +46,7 @@ bool cover(const std::string &place, const std::string &stage)
         if (entry.is_symlink()) {
             fs::copy_symlink(entry, here);
         } else if (done && name != "apache" && name != "httpd" && name != "internet") {
-            entry.is_directory() ? (void)fs::create_directory(here) : write_text(here, "");
+            entry.is_directory() ? fs::create_directories(here) : (write_text(here, ""), true);
             done = mounted(entry.path(), here, MS_BIND | MS_REC);
         }
     }
@@ -87,8 +84,8 @@ class WebServer : public InDirectory {
             FAIL() << missing;
         if (!missing.empty())
             GTEST_SKIP() << missing;
-        for (const char *place : places)
-            write_text(place, configuration());
+        for (const std::string &place : places)
+            write_text(place + "/httpd.conf", configuration());
         fs::copy(INSTALLER_EXAMPLES "/guestbook", "product", fs::copy_options::recursive);
         fs::copy_file(INSTALLER_PROGRAM, "product/install");
         fs::create_directory("htdocs");
@@ -104,28 +101,23 @@ class WebServer : public InDirectory {
 
     std::string configuration() const
     {
-        std::string text = "ServerRoot /usr/lib/apache2\nServerName localhost\nUser www-data\n"
-                           "Group www-data\nListen 127.0.0.1:" +
-                           std::to_string(port) +
-                           "\nStartServers 1\n"
-                           "DocumentRoot \"" +
-                           at("htdocs") + "\"\nScriptAlias /cgi-bin/ \"" + at("cgi-bin/") +
-                           "\"\nPidFile " + at("pid") + "\nErrorLog " + at("error.log") +
-                           "\nDefaultRuntimeDir " + at("") + "\n";
+        std::string text = "ServerRoot /usr/lib/apache2\nServerName localhost\nStartServers 1\n"
+                           "User www-data\nGroup www-data\n";
         for (const std::string module : {"mpm_prefork", "authz_core", "alias", "cgi"})
             text += "LoadModule " + module + "_module modules/mod_" + module + ".so\n";
-        return text;
+        return text + "Listen 127.0.0.1:" + std::to_string(port) + "\nDocumentRoot \"" +
+               at("htdocs") + "\"\nScriptAlias /cgi-bin/ \"" + at("cgi-bin/") + "\"\nPidFile " +
+               at("pid") + "\nErrorLog " + at("error.log") + "\nDefaultRuntimeDir " + directory;
     }
 
-    void start(const char *configuration_file)
+    void start(const std::string &file)
     {
         server = ::fork();
         if (server == 0) {
             // It ends its whole process group when it is stopped.
             ::setsid();
             ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-            ::execl("/usr/sbin/apache2", "apache2", "-f", configuration_file, "-DFOREGROUND",
-                    nullptr);
+            ::execl("/usr/sbin/apache2", "apache2", "-f", file.c_str(), "-DFOREGROUND", nullptr);
             ::_exit(127);
         }
         for (int waited = 0; !fs::exists(at("pid")) && waited < 500; waited++)
@@ -151,37 +143,38 @@ bool has(const std::string &text, const std::string &part)
 
 TEST_F(WebServer, IsLookedForInEightPlacesInTheirOrder)
 {
-    for (const char *place : places) {
+    for (const std::string &place : places) {
         run_piped({.arguments = {"-automate", "-special", "none"}}, "");
         const std::string text = read_all("install.log");
-        EXPECT_TRUE(has(text, "] Debug: Httpd conf is [" + std::string(place) + "]\n")) << text;
+        EXPECT_TRUE(has(text, "] Debug: Httpd conf is [" + place + "/httpd.conf]\n")) << text;
         EXPECT_TRUE(has(text, "'web_root' set to '" + at("htdocs") + "'\n")) << text;
-        fs::remove(place);
+        fs::remove(place + "/httpd.conf");
         fs::remove("install.log");
     }
 }
 
 TEST_F(WebServer, ServesTheSampleUntilItIsRemoved)
 {
-    start(places[0]);
+    start(places.back() + "/httpd.conf");
     const std::string page = "/guestbook/index.html";
     const std::string program = "/cgi-bin/guestbook/guestbook.cgi";
     EXPECT_TRUE(has(fetch(page), " 404 ") && has(fetch(program), " 404 "));
-    const Session installed = run_on_terminal({}, {{"do[1]? ", ""},
-                                                   {"/htdocs]? ", ""},
-                                                   {"[guestbook]? ", ""},
-                                                   {"/cgi-bin/]? ", ""},
-                                                   {"[/cgi-bin]? ", ""},
-                                                   {"user [y]? ", ""},
-                                                   {"[www-data]? ", ""},
-                                                   {"[www-data]? ", ""},
-                                                   {"[/var/lib/guestbook]? ", at("data")},
-                                                   {"[Our guestbook]? ", "Ada & Ben's"},
-                                                   {"[50]? ", ""},
-                                                   {"first [y]? ", "n"},
-                                                   {"/welcome.txt]? ", ""},
-                                                   {"[n]? ", ""},
-                                                   {"exit>", ""}});
+    const Answers answers = {{"do[1]? ", ""},
+                             {"/htdocs]? ", ""},
+                             {"[guestbook]? ", ""},
+                             {"/cgi-bin/]? ", ""},
+                             {"[/cgi-bin]? ", ""},
+                             {"user [y]? ", ""},
+                             {"[www-data]? ", ""},
+                             {"[www-data]? ", ""},
+                             {"[/var/lib/guestbook]? ", at("data")},
+                             {"[Our guestbook]? ", "Ada & Ben's"},
+                             {"[50]? ", ""},
+                             {"first [y]? ", "n"},
+                             {"/welcome.txt]? ", ""},
+                             {"[n]? ", ""},
+                             {"exit>", ""}};
+    const Session installed = run_on_terminal({}, answers);
     EXPECT_TRUE(installed.status == 0 && has(installed.shown, "]\nSuccess ")) << installed.shown;
     EXPECT_TRUE(has(fetch(page), " 200 ") && has(fetch(page), "href=\"" + program + "\""));
     EXPECT_TRUE(has(fetch(program), "<h1>Ada &amp; Ben&#39;s</h1>")) << fetch(program);
