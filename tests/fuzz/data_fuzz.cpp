@@ -2,8 +2,6 @@
 #include <cstring>
 
 #include "fuzz.h"
-#include "ini.h"
-#include "lib.h"
 #include "shared.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t size)

@@ -1,116 +1,77 @@
 // The formatter: a conversion between two texts, with any flags, width, precision and value,
 // against the standard library's where both promise the same.
 #include <algorithm>
+#include <bit>
 #include <vector>
 
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include "fuzz.h"
-#include "lib.h"
-
-namespace {
 
 struct Format {
     std::string text;
-    size_t before; // characters that come in front of the conversion
-    bool ends;     // with the conversion
-    int stars;     // for the width and, from 2 on, for the precision
+    size_t before;
+    bool has_after, has_stars;
     int width, precision;
 };
 
 // Calls a printf-like function with the arguments that the conversion takes.
 template <typename Print, typename Value>
-int call(Print print, std::vector<char> &buffer, const Format &format, Value value)
+static int call(Print print, std::vector<char> &buffer, const Format &format, Value value)
 {
     const auto size = static_cast<unsigned>(buffer.size());
     const char *text = format.text.c_str();
-    if (format.stars == 0)
-        return print(buffer.data(), size, text, value);
-    if (format.stars == 1)
-        return print(buffer.data(), size, text, format.width, value);
-    return print(buffer.data(), size, text, format.width, format.precision, value);
+    return format.has_stars
+               ? print(buffer.data(), size, text, format.width, format.precision, value)
+               : print(buffer.data(), size, text, value);
 }
 
-Format take_format(FuzzedDataProvider &bytes, char letter)
+template <typename Value>
+static void check(const Format &format, size_t size, Value value, bool same = true)
 {
-    const auto literal = [&bytes] {
-        std::string text = bytes.ConsumeRandomLengthString(40);
-        std::erase_if(text, [](char c) { return c == '%' || c == '\0'; });
-        return text;
-    };
-    Format format = {
-        .text = literal(), .before = 0, .ends = false, .stars = 0, .width = 0, .precision = 0};
-    format.before = format.text.size() + 1;
-    format.text += "%%%";
-    for (const char flag : {'-', '+', '0', ' ', '#'})
-        if (bytes.ConsumeBool())
-            format.text += flag;
-    format.stars = bytes.ConsumeIntegralInRange(0, 2);
-    format.width = bytes.ConsumeIntegralInRange(-400, 400);
-    format.precision = bytes.ConsumeIntegralInRange(-400, 400);
-    if (format.stars > 0)
-        format.text += '*';
-    else if (format.width > 0)
-        format.text += std::to_string(format.width);
-    if (format.stars > 1)
-        format.text += ".*";
-    else if (format.precision >= 0)
-        format.text += "." + std::to_string(format.precision);
-    const std::string after = literal();
-    format.ends = after.empty();
-    format.text += letter + after;
-    return format;
-}
-
-template <typename Value> void check(const Format &format, size_t size, Value value, bool same)
-{
-    std::vector<char> closed(size, 'x');
-    const int closed_length = call(lprintf, closed, format, value);
-    require(closed.at(static_cast<size_t>(closed_length)) == '\0', "lprintf always terminates");
-    std::vector<char> buffer(size, 'x');
+    std::vector<char> closed(size, 'x'), buffer(size, 'x'), whole(4096);
+    const auto last = static_cast<size_t>(call(lprintf, closed, format, value));
+    require(closed.at(last) == '\0', "lprintf always terminates");
     const int length = call(plp_snprintf, buffer, format, value);
-    require(length < 0 || buffer.at(static_cast<size_t>(length)) == '\0',
-            "what fits is terminated");
-    std::vector<char> whole(4096);
     // A negative "*" width is ignored, where the standard aligns to the left.
-    if (!same || (format.stars > 0 && format.width < 0))
+    if (!same || (format.has_stars && format.width < 0))
         return;
-    const auto expected = static_cast<size_t>(call(std::snprintf, whole, format, value));
-    require(expected < whole.size(), "there is room to compare");
-    const bool in_text = format.before >= size || !format.ends;
-    require(length == static_cast<int>(expected < size ? expected
-                                       : in_text       ? 0 - 1U
-                                                       : size - 1),
-            "-1 when text is cut");
-    require(std::equal(whole.begin(),
-                       whole.begin() + static_cast<int>(std::min(expected, size - 1)),
-                       buffer.begin()),
-            "as the standard library formats");
+    const int expected = call(std::snprintf, whole, format, value);
+    const int most = static_cast<int>(size) - 1;
+    const int cut = format.before >= size || format.has_after ? -1 : most;
+    require(length == (expected <= most ? expected : cut), "-1 when text is cut");
+    require(std::equal(buffer.data(), buffer.data() + last, whole.data()), "same text");
 }
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t length)
 {
-    constexpr std::string_view letters = "cdiouxXeEfgGsp";
     FuzzedDataProvider bytes(data, length);
     const auto size = bytes.ConsumeIntegralInRange<size_t>(1, 1000);
-    const char letter = letters[bytes.ConsumeIntegralInRange<size_t>(0, letters.size() - 1)];
-    const Format format = take_format(bytes, letter);
-    if (letter == 's') {
-        const bool is_null = bytes.ConsumeBool();
-        const std::string text = bytes.ConsumeRemainingBytesAsString();
-        check(format, size, is_null ? nullptr : text.c_str(), !is_null);
-    } else if (letter == 'p') {
-        // The standard promises nothing for the precision of a pointer.
-        check(format, size, reinterpret_cast<void *>(bytes.ConsumeIntegral<std::uintptr_t>()),
-              false);
-    } else if (std::string_view("eEfgG").find(letter) != std::string_view::npos) {
-        check(format, size, bytes.ConsumeFloatingPoint<double>(), true);
-    } else {
-        // A NUL character ends its field.
-        const int value = bytes.ConsumeIntegral<int>();
-        check(format, size, value, letter != 'c' || static_cast<unsigned char>(value) != 0);
-    }
+    Format format;
+    format.before = bytes.ConsumeIntegralInRange<size_t>(0, 40);
+    format.has_after = bytes.ConsumeBool();
+    format.has_stars = bytes.ConsumeBool();
+    format.width = bytes.ConsumeIntegralInRange(-400, 400);
+    format.precision = bytes.ConsumeIntegralInRange(-400, 400);
+    format.text = std::string(format.before, '<') + "%";
+    for (const char flag : {'-', '+', '0', ' ', '#'})
+        format.text += bytes.ConsumeBool() ? std::string(1, flag) : "";
+    if (format.has_stars)
+        format.text += "*.*";
+    else if (format.width > 0 && format.precision >= 0)
+        format.text += std::to_string(format.width) + "." + std::to_string(format.precision);
+    const char letter = bytes.PickValueInArray(
+        {'c', 'd', 'i', 'o', 'u', 'x', 'X', 'e', 'E', 'f', 'g', 'G', 's', 'p'});
+    format.text += letter + std::string(format.has_after, '>');
+    const auto value = bytes.ConsumeIntegral<std::uint64_t>();
+    const std::string text = bytes.ConsumeRemainingBytesAsString();
+    if (letter == 's')
+        check(format, size, value % 8 ? text.c_str() : nullptr, value % 8 != 0);
+    else if (letter == 'p') // The standard promises nothing for its precision.
+        check(format, size, reinterpret_cast<void *>(static_cast<std::uintptr_t>(value)), false);
+    else if (std::string_view("eEfgG").find(letter) != std::string_view::npos)
+        check(format, size, std::bit_cast<double>(value));
+    else // A NUL character ends its field.
+        check(format, size, static_cast<int>(value), letter != 'c' || value % 256 != 0);
     return 0;
 }

@@ -3,22 +3,21 @@
 // what they find in /tmp they remove.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-struct Ini;
+#include "ini.h"
+#include "lib.h"
 
 // The next piece of an input, up to a line "====" or the end of the input.
 std::string take_piece(std::string_view &input);
 
 // The input with paths that stay where they are: no ".." and a '/' only behind the name "d". Empty
-// for more CopyDir commands than are bearable: each may double a tree.
+// for more than four CopyDir commands: each may double a tree.
 std::string tame(const std::uint8_t *bytes, size_t size);
 
-// Empties /tmp and makes a new working directory there that holds the directories d and d/e and the
-// files f, d/f and d/e/g, all with the same text.
+// Empties /tmp and makes a new working directory there, with the same text in f, d/f and d/e/g.
 void make_scratch(std::string_view text);
 
 void write_file(const char *path, std::string_view text);

@@ -1,8 +1,6 @@
 // The init script: a data file for its settings, then the script, which is run.
 #include "fuzz.h"
-#include "ini.h"
 #include "init.h"
-#include "lib.h"
 #include "shared.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t size)
@@ -15,8 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t size)
     write_file("x.int", input);
     const Owned<Ini, ini_free> ini(ini_init());
     const Owned<init, init_free> script(init_init());
-    require(load_datfile(ini.get(), "x.dat") == 1, "the data file is read");
-    require(init_load(script.get(), "x.int") == 1, "the script is read");
+    require(load_datfile(ini.get(), "x.dat") && init_load(script.get(), "x.int"), "both are read");
     while (const init_item *item = init_get(script.get()))
         require(item->a && item->b, "a kept line has its arguments");
     init_run(script.get(), ini.get());

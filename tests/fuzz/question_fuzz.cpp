@@ -2,8 +2,6 @@
 #include <sstream>
 
 #include "fuzz.h"
-#include "ini.h"
-#include "lib.h"
 #include "quest.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t size)

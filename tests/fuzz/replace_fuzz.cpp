@@ -2,8 +2,6 @@
 #include <vector>
 
 #include "fuzz.h"
-#include "ini.h"
-#include "lib.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t length)
 {
@@ -18,6 +16,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t length)
     std::vector<char> result(size, 'x');
     ini_replace(ini.get(), text.c_str(), result.data(), static_cast<int>(size));
     require(result.data() == filled_in(ini.get(), text, false).substr(0, size - 1),
-            "references are filled in, cut to the buffer");
+            "filled in, and cut to the buffer");
     return 0;
 }
