@@ -2,6 +2,19 @@
 
 #include <cstdlib>
 
+namespace {
+
+// Found from the front, as links back are not exact.
+Node *node_before(const Linklist *list, const Node *node)
+{
+    Node *before = list->root;
+    while (before->next != node)
+        before = before->next;
+    return before;
+}
+
+} // namespace
+
 Linklist *list_init()
 {
     Node *root = new Node{};
@@ -25,7 +38,7 @@ void *list_del(Linklist *list)
     if (!list || !list->root->next)
         return nullptr;
     if (!list->current->next)
-        list->current = list->current->prev;
+        list->current = node_before(list, list->current);
     Node *node = list->current->next;
     void *item = node->data;
     list->current->next = node->next;
