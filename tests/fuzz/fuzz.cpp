@@ -92,7 +92,7 @@ std::string filled_in(const Ini *ini, std::string_view text, bool keep_unknown)
 void reset_modules(size_t input_size)
 {
     log->Size = 0;
-    log_set_level(log, input_size % 4 == 0 ? LogDebug : LogError);
+    log_set_level(log, input_size % 16 == 0 ? LogDebug : LogError);
     log_set(log);
     file_setup_fn(nullptr, nullptr);
     clear_datfile();

@@ -29,7 +29,7 @@ void add_settings(Ini *ini, std::string text);
 std::string filled_in(const Ini *ini, std::string_view text, bool keep_unknown);
 
 // Puts the modules' process-wide state back to that of a new process: no callbacks, no data file,
-// and a log that goes nowhere. It is at debug level, which takes time, for every fourth input size.
+// and a log that goes nowhere. It is at debug level, which takes time, for every 16th input size.
 void reset_modules(size_t input_size);
 
 // Ends the process, for the fuzzer to report, when something does not hold.
