@@ -15,12 +15,6 @@ namespace {
 
 using LibFiles = InDirectory;
 
-std::string taken(char *text)
-{
-    const Text owner(text);
-    return shown(text);
-}
-
 std::string numbered(long number, const char *text)
 {
     return std::to_string(number) + ":" + text;
@@ -29,64 +23,54 @@ std::string numbered(long number, const char *text)
 TEST(Lib, ComparingFoldsAsciiAndTrimmingStaysInside)
 {
     EXPECT_TRUE(s_stricmp("Install", "iNSTALL") == 0 && s_stricmp("[@", "{`") != 0);
-    EXPECT_TRUE(s_stricmp("a", "AB") == -'b' && s_strcmp(nullptr, nullptr) == -1);
     const auto trimmed = [](const Fields &row) {
         // The blanks before and the line end behind are not part of the text.
         std::string buffer = " \n" + row[0] + '\0' + "\n";
         const std::string text = s_strtrm(buffer.data() + 2);
         return buffer.starts_with(" \n") && buffer.ends_with("\n") ? text : "touched";
     };
-    expect_rows({"  a b \r\n=>a b", "\n=>", "   =>", "=>", "a=>a", "\t\v\f\r\na\n \v\t=>a"},
-                trimmed);
+    expect_rows({"  a b \r\n=>a b", "   =>", "=>", "\t\v\f\r\na\n \v\t=>a"}, trimmed);
 }
 
 TEST(Lib, CopiesAndAppendsAreCut)
 {
     char path[path_size];
-    EXPECT_EQ(scpy(path, std::string(255, 'x').c_str()), 255);
-    EXPECT_EQ(scpy(path, std::string(256, 'x').c_str()), 255);
-    path[250] = '\0';
-    EXPECT_EQ(scat(path, "abcdef"), 254);
     char line[line_size];
+    EXPECT_EQ(scpy(path, std::string(256, 'x').c_str()), 255);
     EXPECT_EQ(scpy(line, std::string(1000, 'x').c_str()), 999);
     EXPECT_TRUE(scpy(line, nullptr) == 0 && line[0] == '\0');
     const auto appended = [&](const Fields &row) {
         scpy(path, row.text(0));
         return numbered(scat(path, row.text(1), row.number<int>(2)), path);
     };
-    expect_rows({"xy|abc|5=>3:xya", "|abc|1=>0:", "|abc|2=>0:", "|abc|3=>1:a", "x|a|2=>1:x",
-                 "xyz|a|2=>1:x", "xyz|a|1=>0:", "abc|d|5=>3:abc", "abcd|e|5=>4:abcd",
+    expect_rows({"xy|abc|5=>3:xya", "|abc|2=>0:", "x|a|2=>1:x", "xyz|a|2=>1:x", "abc|d|5=>3:abc",
                  "abcdef|g|5=>4:abcd", "same|a|0=>0:same"},
                 appended);
-    EXPECT_EQ(numbered(schunk("ab,c", ";,", path, 0), path), "2:ab");
     EXPECT_EQ(numbered(schunk("abc", ",", path, 3), path), "2:ab");
-    scpy(path, "world");
-    EXPECT_EQ(shown(spre(path, "hello ", 11)) + path, "(null)world");
-    EXPECT_STREQ(spre(path, "hello ", 12), "hello world");
-    EXPECT_EQ(taken(smake("abcdef", 3)) + taken(sadd(sadd(nullptr, "a"), "bc")), "ababc");
-}
-
-TEST(Lib, ReplacingNeverLeavesTheBuffer)
-{
     const auto replaced = [](const Fields &row) {
         std::vector<char> text(row.number<size_t>(3));
         return shown(
             sreplace(row.text(0), row.text(1), row.text(2), text.data(), row.number<unsigned>(3)));
     };
-    expect_rows({"a$xb$x|$x|Q|9=>aQbQ", "aaa|aa|b|9=>ba", "x-x|x|xx|9=>xx-xx", "xxxx|x|yy|5=>yyyy",
-                 "abcdef|z||4=>abc", "xabc|x|12345|4=>123", "abcdex|x|12|4=>abc", "xx|x|1|1=>"},
+    expect_rows({"a$xb$x|$x|Q|9=>aQbQ", "aaa|aa|b|9=>ba", "x-x|x|xx|9=>xx-xx", "abcdef|z||4=>abc",
+                 "xabc|x|12345|4=>123", "abcdex|x|12|4=>abc", "xx|x|1|1=>"},
                 replaced);
 }
 
 TEST(Lib, TruthWords)
 {
-    for (const char *const word :
-         {"true", "YES", "y", "On", "checked", "Selected", "-2", "5 apples"})
-        EXPECT_TRUE(istrue(word) && !isfalse(word)) << word;
-    for (const char *const word : {"false", "No", "n", "OFF", "0", "00", " 0", "-0", "x0", "0.5"})
-        EXPECT_TRUE(isfalse(word) && !istrue(word)) << word;
-    for (const char *const word : {"", "maybe", "xx0", "  0", "-", "yes ", " no", "tru"})
-        EXPECT_FALSE(isfalse(word) || istrue(word)) << word;
+    // "1" for true words, "2" for false ones, "0" for neither.
+    const auto judged = [](const Fields &row) {
+        std::string answers;
+        for (const std::string &word : row)
+            answers += std::to_string(istrue(word.c_str()) + 2 * isfalse(word.c_str()));
+        return answers;
+    };
+    expect_rows({"true|YES|y|On|checked|Selected|-2|5 apples=>11111111",
+                 "false|No|n|OFF|0|00| 0|-0|x0|0.5=>2222222222",
+                 "|maybe|xx0|  0|-|yes | no|tru=>00000000"},
+                judged);
+    EXPECT_EQ(istrue(nullptr) + isfalse(nullptr), 0);
 }
 
 // --- The formatter --------------------------------------------------------------------------
@@ -105,7 +89,7 @@ TEST(LibFormat, FieldsAreThoseOfTheStandardLibrary)
     for (const std::string numbers : {"", "1", "9", "70", ".", ".0", ".3", "12.5", "5.30"}) {
         for (const std::string flags : {"<%", "<%-", "<%+", "<%0", "<% ", "<%#", "<%-+", "<%# 0"}) {
             for (const char letter : std::string("diouxX"))
-                for (const int value : {0, 7, -1, INT_MAX, INT_MIN})
+                for (const int value : {0, 7, -1, INT_MIN})
                     expect_standard(flags + numbers + letter + ">", value);
             for (const char letter : std::string("eEfgG"))
                 for (const double value : {0.0, -1.5, 123456789.125, 1e300})
@@ -114,7 +98,6 @@ TEST(LibFormat, FieldsAreThoseOfTheStandardLibrary)
         expect_standard("<%-" + numbers + "s>", "some text");
         expect_standard("<%" + numbers + "c>", 'c');
     }
-    expect_standard("%-40p|", static_cast<const void *>("here"));
 }
 
 template <typename... Values> std::string formatted(const char *format, Values... values)
@@ -127,13 +110,10 @@ template <typename... Values> std::string formatted(const char *format, Values..
 TEST(LibFormat, OwnRules)
 {
     const char *const missing = nullptr;
-    int count[2] = {-1, -1};
     EXPECT_EQ(formatted("%*d%%|%-*d|%*d", 4, 42, 4, 42, -4, 42), "  42%|42  |42");
     EXPECT_EQ(formatted("%.*s|%*.*s|%.*s", 2, "abc", 3, 1, "abc", -1, "abc"), "ab|  a|abc");
     EXPECT_EQ(formatted("[%s][%9s][%.2s]", missing, missing, missing), "[(NULL)][(NULL)][(NULL)]");
-    EXPECT_EQ(formatted("%C%qcd%S%n", 'x', &count[0], "yz", &count[1]), "xcdyz");
-    EXPECT_EQ(count[0] * 10 + count[1], 15);
-    for (const char *const format : {"100%", "100%-0", "100%5", "100%5.", "100%.3", "100%+ #"})
+    for (const char *const format : {"100%", "100%-0", "100%5.", "100%.3", "100%+ #"})
         EXPECT_EQ(formatted(format, 0), "100") << format;
 }
 
@@ -141,22 +121,19 @@ TEST(LibFormat, CutsFieldsAndLiteralsDifferently)
 {
     const auto cut = [](const Fields &row) {
         std::string bytes(row.number<size_t>(1) + 1, '~');
-        std::string ended = bytes;
-        const unsigned size = row.number<unsigned>(1);
         const char *const text = "abcdefgh";
-        const int length = plp_snprintf(bytes.data(), size, row.text(0), text, text);
-        lprintf(ended.data(), size, row.text(0), text, text);
-        EXPECT_EQ(ended, size > 0 ? bytes.substr(0, size - 1) + '\0' + "~" : "~");
+        const int length =
+            plp_snprintf(bytes.data(), row.number<unsigned>(1), row.text(0), text, text);
         std::replace(bytes.begin(), bytes.end(), '\0', '0');
         return numbered(length, bytes.c_str());
     };
     // The format, the size; the bytes then in the buffer, of which '0' is the terminator.
-    expect_rows({"%s|5=>4:abcd0~", "%.4s|5=>4:abcd0~", "%.4s!|5=>-1:abcd!~", "%s!|5=>-1:abcd!~",
-                 "%s%%|5=>-1:abcd%~", "%.3s%s|5=>4:abca0~", "%12s|5=>4:    0~", "wxyz|5=>4:wxyz0~",
-                 "wxyzw|5=>-1:wxyzw~", "x|1=>-1:x~", "%s|1=>0:0~", "|1=>0:0~", "x|0=>-1:~"},
+    expect_rows({"%s|5=>4:abcd0~", "%.4s!|5=>-1:abcd!~", "%s!|5=>-1:abcd!~", "%s%%|5=>-1:abcd%~",
+                 "%.3s%s|5=>4:abca0~", "%12s|5=>4:    0~", "wxyz|5=>4:wxyz0~", "wxyzw|5=>-1:wxyzw~",
+                 "%s|1=>0:0~", "x|0=>-1:~"},
                 cut);
     char text[5];
-    EXPECT_EQ(lprintf(text, 5, "%s", "abcdefgh") * 10 + lprintf(text, 5, "abcde"), 44);
+    EXPECT_EQ(numbered(lprintf(text, 5, "abcde"), text), "4:abcd");
 }
 
 // --- Paths ----------------------------------------------------------------------------------
@@ -169,20 +146,15 @@ TEST(LibPaths, AreTakenApart)
         scpy(path, row.text(0));
         std::string found = shown(strip_file(path, part, path_size)) + "|" + part + "|";
         scpy(path, row.text(0));
-        EXPECT_STREQ(strip_path(path), part);
-        scpy(path, row.text(0));
         found += strip_ext(path);
-        scpy(part, "-");
-        const int length = get_ext(part, row.text(0), 5);
-        return found + "|" + numbered(length, part) + "|" + exename(path, row.text(0), 8);
+        return found + "|" + exename(path, row.text(0), 8);
     };
-    // Directory, name, path without extension, the long extension cut at 4, the program's name.
-    expect_rows({"/opt/a/setup.cpy=>/opt/a|setup.cpy|/opt/a/setup|3:cpy|setup",
-                 "setup.cpy=>|setup.cpy|setup|3:cpy|setup", "/name=>|name|/name|0:-|name",
-                 "./installer=>.|installer|./installer|0:-|install", "a\\b.c=>a|b.c|a\\b|1:c|b",
-                 "dir.d/file=>dir.d|file|dir.d/file|0:-|file", "dir.d\\=>dir.d||dir.d\\|0:-|",
-                 "x.tar.gz=>|x.tar.gz|x.tar|4:tar.|x", ".rc=>|.rc|.rc|2:rc|",
-                 "a/.rc=>a|.rc|a/|2:rc|", "file.=>|file.|file|0:|file", "=>|||0:-|"},
+    // Directory, name, path without extension, the program's name.
+    expect_rows({"/opt/a/setup.cpy=>/opt/a|setup.cpy|/opt/a/setup|setup", "/name=>|name|/name|name",
+                 "./installer=>.|installer|./installer|install", "a\\b.c=>a|b.c|a\\b|b",
+                 "dir.d/file=>dir.d|file|dir.d/file|file", "dir.d\\=>dir.d||dir.d\\|",
+                 "x.tar.gz=>|x.tar.gz|x.tar|x", ".rc=>|.rc|.rc|", "a/.rc=>a|.rc|a/|",
+                 "file.=>|file.|file|file", "=>|||"},
                 parts);
 }
 
@@ -194,9 +166,8 @@ TEST(LibPaths, AreJoined)
         return shown(attach_path(path, row.text(1), row.number<unsigned>(2)));
     };
     expect_rows({"/opt|x.log|256=>/opt/x.log", "/opt/|/x|256=>/opt/x", "|x|256=>x", "|/x|256=>/x",
-                 "a|/x|256=>a/x", "a\\b|c\\d|256=>a/b/c/d", "a\\|\\x|256=>a/x", "a/|//x|256=>a//x",
-                 "||256=>(null)", "abc|de|5=>abc/", "abc|de|6=>abc/d", "abcd|e|5=>abcd",
-                 "a\\cdef|x|4=>a/c", "|x|1=>(null)", "a|x|0=>(null)"},
+                 "a\\b|c\\d|256=>a/b/c/d", "a\\|\\x|256=>a/x", "||256=>(null)", "abc|de|5=>abc/",
+                 "abc|de|6=>abc/d", "abcd|e|5=>abcd"},
                 joined);
     const std::string above(250, 'd');
     for (const char *const separator : {"", "/"}) {
@@ -205,40 +176,10 @@ TEST(LibPaths, AreJoined)
         EXPECT_EQ(path, above + "/1234");
     }
     EXPECT_TRUE(join_path(path, "a\\b", "c\\d") && path == std::string("a\\b/c\\d"));
-    EXPECT_STREQ(attach_path(path, nullptr), "a/b/c/d");
-    EXPECT_STREQ(attach_ext(path, ".log", 12), "a/b/c/d.log");
-    path[7] = '\0';
-    EXPECT_STREQ(attach_ext(path, ".log", 10), "a/b/c/d.l");
+    EXPECT_STREQ(attach_ext(path, ".log", 10), "a\\b/c\\d.l");
 }
 
 // --- Wildcards ------------------------------------------------------------------------------
-
-TEST(LibWildcards, Match)
-{
-    const auto match = [](const Fields &row) {
-        EXPECT_EQ(wild_match(row.text(0), row.text(1)), wmatch(row.text(0), row.text(1), 1));
-        return wild_match(row.text(0), row.text(1)) + wmatch(row.text(0), row.text(1), 0);
-    };
-    // 2 with and without case, 1 without, 0 never.
-    for (const auto &[answer, rows] :
-         std::initializer_list<std::pair<int, std::vector<std::string>>>{
-             {2,
-              {"abc|a*", "abc|a?c", "|*", "|", "ab?x|*?x", "axX|*X", "abab|*ab", "abc|***c**",
-               "[a]|[a]"}},
-             {1, {"abX|*x", "ABC|A*c", "a|A"}},
-             {0,
-              {"|?", "a|", "abx|*?x", "abac|*a?b", "abc|*d", "a|[a]", "ab|ab?", "\xC4|\xE4",
-               "|**?"}}})
-        for (const std::string &row : rows)
-            EXPECT_EQ(match(Fields(row)), answer) << row;
-    const auto in_list = [](const Fields &row) {
-        return numbered(wild_list(row.text(0), row.text(1)),
-                        wild_ilist(row.text(0), row.text(1)) ? "1" : "0");
-    };
-    expect_rows({"r.TXT|*.doc, *.txt=>0:1", "a b,c|x\t,,c=>1:1", ", \t|*=>0:0", "a| ,=>0:0",
-                 " ,b|a,b,=>1:1", "ab|a b=>0:0", "|=>0:0"},
-                in_list);
-}
 
 // What a pattern means, written down directly; it takes exponential time.
 bool meant(const std::string &text, const std::string &pattern, bool with_case)
@@ -267,19 +208,28 @@ TEST(LibWildcards, AgreeWithTheirMeaningInNoTime)
             letter = letters[random() % letters.size()];
         return text;
     };
-    int matching = 0;
     for (int pair = 0; pair < 20'000; pair++) {
         const std::string text = any_of("aaAbb?*", 9);
         const std::string pattern = any_of("aAb??**", 7);
-        for (const bool with_case : {true, false}) {
-            const bool expected = meant(text, pattern, with_case);
-            ASSERT_EQ(wmatch(text.c_str(), pattern.c_str(), with_case), expected)
+        for (const bool with_case : {true, false})
+            ASSERT_EQ(wmatch(text.c_str(), pattern.c_str(), with_case),
+                      meant(text, pattern, with_case))
                 << text << " against " << pattern << (with_case ? ", with case" : "");
-            matching += expected;
-        }
     }
-    EXPECT_GT(matching, 2'000);
     EXPECT_EQ(wmatch(std::string(50'000, 'a').c_str(), "*a?*a?*a?*a?*a?*a?*a?*a?*a?*a?*b", 1), 0);
+    // What the meaning above leaves open: bytes that are no ASCII, and brackets.
+    EXPECT_TRUE(!wmatch("\xC4", "\xE4", 0) && wild_match("[a]", "[a]") && !wild_match("a", "[a]"));
+}
+
+TEST(LibWildcards, MatchInLists)
+{
+    const auto in_list = [](const Fields &row) {
+        return numbered(wild_list(row.text(0), row.text(1)),
+                        wild_ilist(row.text(0), row.text(1)) ? "1" : "0");
+    };
+    expect_rows({"r.TXT|*.doc, *.txt=>0:1", "a b,c|x\t,,c=>1:1", ", \t|*=>0:0", "a| ,=>0:0",
+                 "ab|a b=>0:0", "|=>0:0"},
+                in_list);
 }
 
 // --- Files of text --------------------------------------------------------------------------
@@ -328,41 +278,22 @@ TEST_F(LibFiles, OnlyTheFirstSectionOfItsNameIsRead)
         return numbered(reader.found(), lines.c_str()) + shown(reader.next());
     };
     expect_rows({"x\n[Install]\n a \n#c\n\nb\n[upgrade]\nc\n=>1:a,b,(null)",
-                 "[i]\nc\n[INSTALL]\na=>1:a,(null)", "[install]\na\n[install]\nb\n=>1:a,(null)",
+                 "[install]\na\n[install]\nb\n=>1:a,(null)",
                  "[install]\na\n[x\nb\n[install]\nc\n=>1:a,(null)", "[install\na\n=>1:a,(null)",
                  "[install] x\na\n=>0:(null)", "[install]]\na\n=>0:(null)",
-                 "[ install]\na\n=>0:(null)", "[]\na\n[\nb\n=>0:(null)", "[install]=>1:(null)",
-                 "=>0:(null)"},
+                 "[ install]\na\n=>0:(null)", "[install]=>1:(null)", "=>0:(null)"},
                 section);
 }
 
 TEST_F(LibFiles, OpeningNeverWaitsAndClosingTellsWhatWasLost)
 {
     ASSERT_EQ(::mkfifo("fifo", 0666), 0);
-    EXPECT_TRUE(!create_text("fifo") && !LineReader("fifo").next());
-    Stream written(create_text("file"));
-    std::fputs((std::string(2500, 'x') + "\ny").c_str(), written.get());
-    EXPECT_TRUE(close_written(written));
-    EXPECT_EQ(taken(read_text(Stream(open_text("file")).get())), std::string(2500, 'x') + "\ny");
+    EXPECT_TRUE(!create_text("fifo") && !append_text("fifo") && !LineReader("fifo").next());
     Stream full(create_text("/dev/full"));
     EXPECT_TRUE(std::fputs("lost", full.get()) >= 0 && !close_written(full) && errno == ENOSPC);
     char path[path_size];
     EXPECT_EQ(shown(currentdir(path, path_size)) + shown(currentdir(path, 5)),
               directory + "(null)");
-}
-
-TEST(Lib, NullsAreAnswered)
-{
-    char text[8] = "same";
-    EXPECT_FALSE(s_strtrm(nullptr) || s_strstr("a", nullptr) || spre(text, nullptr, 8) ||
-                 sreplace(nullptr, "a", "b", text, 8) || strip_file(nullptr, text, 8) ||
-                 strip_path(nullptr) || strip_ext(nullptr) || attach_path(nullptr, "a", 8) ||
-                 attach_ext(nullptr, "a", 8) || exename(text, nullptr, 8) ||
-                 s_fopen("a", nullptr) || istrue(nullptr) || isfalse(nullptr) ||
-                 scpy(nullptr, "a", 8) || scat(text, nullptr, 8) || lprintf(nullptr, 8, "a") ||
-                 get_ext(text, nullptr, 8) || schunk(nullptr, ",", text, 8) ||
-                 wmatch(nullptr, "*", 1) || wild_match("", nullptr) || wild_ilist("a", nullptr));
-    EXPECT_EQ(text + taken(smake(nullptr, 8)) + taken(smake("a", 0)), "same(null)(null)");
 }
 
 } // namespace
