@@ -1,6 +1,5 @@
+#include <algorithm>
 #include <filesystem>
-#include <random>
-#include <set>
 #include <tuple>
 
 #include <sys/stat.h>
@@ -14,24 +13,24 @@ namespace fs = std::filesystem;
 namespace {
 
 using Record = Owned<File, file_free>;
-using Sorted = std::multiset<std::string>;
 
-std::string text_of(const Sorted &lines)
+std::vector<std::string> told;
+
+std::string sorted(std::vector<std::string> lines)
 {
-    return joined({lines.begin(), lines.end()});
+    std::ranges::sort(lines);
+    return joined(lines);
 }
-
-Sorted told;
 
 template <char result> void tell(char *source, char *destination, int mode)
 {
-    told.insert(result + shown(source) + " " + shown(destination) + (mode ? "" : " 0"));
+    told.push_back(result + shown(source) + " " + shown(destination) + (mode ? "" : " 0"));
 }
 
 // What the callbacks were told since the last call: + for success, - for failure, 0 for mode 0.
 std::string news()
 {
-    return text_of(std::exchange(told, {}));
+    return sorted(std::exchange(told, {}));
 }
 
 class FileTest : public InDirectory {
@@ -45,13 +44,13 @@ class FileTest : public InDirectory {
 
 std::string scanned(const std::string &path, const char *wild)
 {
-    Sorted names;
+    std::vector<std::string> names;
     FHandle *handle = nullptr;
     Record record(file_first(&handle, path.c_str(), wild));
     for (bool more = record != nullptr; more; more = file_next(record.get(), handle) == 1)
-        names.insert(record->name);
+        names.push_back(record->name);
     file_last(&handle);
-    return text_of(names);
+    return sorted(names);
 }
 
 TEST_F(FileTest, AScanDeliversWhatMatches)
@@ -74,22 +73,10 @@ TEST_F(FileTest, AScanDeliversWhatMatches)
 TEST_F(FileTest, ARecordTellsAboutTheEntryItself)
 {
     write_text("dir/file", "");
-    fs::create_symlink("dir", "link");
     fs::create_symlink(std::string(150, 't') + "/" + std::string(150, 't'), "dangling");
-    EXPECT_EQ(file_exist("dangling") + file_exist("dir/file") * 10 + file_exist("link") * 100, 210);
     const Record twin(file_dup(Record(file_existf("dangling")).get()));
-    EXPECT_TRUE(S_ISLNK(twin->info.st_mode));
+    EXPECT_TRUE(S_ISLNK(twin->info.st_mode) && file_exist("dir/file") && !file_exist("none"));
     EXPECT_EQ(twin->link, std::string(150, 't') + "/" + std::string(104, 't'));
-    for (const auto &[name, size, parts] :
-         {std::tuple("/a/b/c.txt", 99U, "c.txt,/a/b"), std::tuple("/a\\b\\c", 99U, "c,/a\\b"),
-          std::tuple("c.txt", 99U, "c.txt,"), std::tuple("/c.txt", 99U, "c.txt,"),
-          std::tuple("/ab/cdefgh", 3U, "cde,"), std::tuple("/ab/cdefgh", 5U, "cdefg,/ab")}) {
-        scpy(twin->name, name);
-        std::vector<char> last(size + 1);
-        std::vector<char> above(size);
-        const std::string file = file_filename(twin.get(), last.data(), size);
-        EXPECT_EQ(file + "," + file_path(twin.get(), above.data(), size), parts);
-    }
 }
 
 TEST_F(FileTest, ACopyHasEveryByte)
@@ -107,8 +94,7 @@ TEST_F(FileTest, ACopyHasEveryByte)
         EXPECT_EQ(news(), "+from to");
     }
     EXPECT_EQ(file_copy("absent", "to", 0, &bytes), -1);
-    EXPECT_EQ(read_all("to").size(), 16385U);
-    EXPECT_EQ(news(), "");
+    EXPECT_EQ(news() + std::to_string(read_all("to").size()), "16385");
 }
 
 TEST_F(FileTest, AFailedCopyIsToldWithItsReason)
@@ -160,29 +146,15 @@ TEST_F(FileTest, AFileIsNotCopiedOrMovedOntoItself)
     EXPECT_EQ(read_all("file"), "kept");
 }
 
-// Fills a directory with files and directories of odd names.
-void grow(const std::string &directory, int depth, std::minstd_rand &random)
-{
-    constexpr std::string_view odd = "aZ \\\n\xff\x01*?[-,.'\"#$(";
-    for (int entry = 0; entry < 5; entry++) {
-        std::string path = directory + "/" + std::to_string(entry);
-        for (auto letters = random() % 6; letters > 0; letters--)
-            path += odd[random() % odd.size()];
-        if (depth > 0 && entry % 2 == 0)
-            grow(path, depth - 1, random);
-        else
-            write_text(path, std::string(random() % 20000, path.back()));
-    }
-}
-
 TEST_F(FileTest, TreesComeOverWholeButForTheExclusions)
 {
-    std::minstd_rand random(7);
-    grow("from", 2, random);
+    for (const std::string name : {"a", "-b", "c\\d", "e \n", "\xff\x01", "*?[", "'\"#$("})
+        for (const std::string above : {"from/", "from/sub/", "from/\\ \n*/-d/"})
+            write_text(above + name, above + name);
     const auto tree = tree_of("from");
     const auto count = static_cast<int>(tree.size() + 1);
     EXPECT_EQ(file_xcopy("from", "*", nullptr, "to/all", 1, nullptr), count);
-    EXPECT_EQ(std::system("cp -r from cp && diff -r cp to/all"), 0);
+    EXPECT_EQ(tree_of("to/all"), tree);
     file_xmove("from", nullptr, nullptr, "moved", 1, nullptr);
     EXPECT_TRUE(tree_of("moved") == tree && tree_of("from").empty());
     EXPECT_EQ(file_rmdir("moved", nullptr, 1), count);
@@ -192,8 +164,7 @@ TEST_F(FileTest, TreesComeOverWholeButForTheExclusions)
     const std::tuple<const char *, const char *, int, int, const char *> rows[] = {
         {"*", "x, *.cfg", 1, 7, "B.CFG=|c=|d/|d/c=|d/e/|o\\p/"},
         {nullptr, "*.cfg d", 1, 4, "B.CFG=|c=|o\\p/"},
-        {"?", nullptr, 0, 3, "c=|d/"},
-        {"o*", nullptr, 0, 2, "o\\p/"}};
+        {"?", nullptr, 0, 3, "c=|d/"}};
     for (const auto &[wild, not_list, recurse, made, result] : rows) {
         fs::remove_all("to");
         EXPECT_EQ(file_xcopy("s", wild, not_list, "to", recurse, nullptr), made);
@@ -222,7 +193,12 @@ TEST_F(FileTest, WhatCannotBeMovedStays)
     EXPECT_EQ(file_xmove("s", "*", "*.cfg", "to", 1, nullptr), 5);
     EXPECT_EQ(joined(tree_of("s")), "d/|d/fifo|d/keep.cfg=new|dangling");
     EXPECT_EQ(joined(tree_of("to")), "d/|d/good=new|dangling=|e/|e/x=new|old=old");
-    EXPECT_TRUE(logged_start("Error: Failed to remove moved directory 'to/d'"));
+    EXPECT_NE(new_errors().find("Failed to remove moved directory 'to/d'"), std::string::npos);
+    // A link to a directory has no content to copy, so it takes none from what is there.
+    fs::create_directory_symlink("e", "to/link");
+    write_text("there", "kept");
+    EXPECT_EQ(file_copy("to/link", "there", 1, nullptr), 0);
+    EXPECT_EQ(read_all("there"), "kept");
 }
 
 TEST_F(FileTest, DirectoriesAreMadeInChainsAndRemoved)
@@ -231,12 +207,10 @@ TEST_F(FileTest, DirectoriesAreMadeInChainsAndRemoved)
     EXPECT_EQ(file_mkdir("a\\b/c/", 1), 1);
     EXPECT_EQ(news(), "+a (null)|+a/b (null)|+a/b/c (null)");
     EXPECT_EQ(file_mkdir("a/b/c", 1) + file_mkdir("a/b/", 0) + file_mkdir("file", 1), 3);
-    EXPECT_EQ(file_mkdir("n/m\\", 0) + file_mkdir("file/s", 1) + file_mkdir(nullptr, 1), 0);
+    EXPECT_EQ(file_mkdir("n/m\\", 0) + file_mkdir("file/s", 1), 0);
     EXPECT_EQ(news(), "-file/s (null)|-n/m (null)");
-    EXPECT_TRUE(logged("Error: Error creating directory 'n/m', No such file or directory"));
     const std::string fits = std::string(127, 'x') + "/" + std::string(127, 'y');
-    EXPECT_EQ(file_mkdir(fits.c_str(), 1), 1);
-    EXPECT_EQ(file_mkdir((fits + "z").c_str(), 1), 0);
+    EXPECT_EQ(file_mkdir(fits.c_str(), 1) + file_mkdir((fits + "z").c_str(), 1), 1);
     for (const char *name : {"d/s/f", "d/keep.cfg", "d/B.CFG", "d/t/keep.cfg", "outside/x"})
         write_text(name, "");
     fs::create_directory_symlink("../../outside", "d/s/link");
@@ -246,23 +220,6 @@ TEST_F(FileTest, DirectoriesAreMadeInChainsAndRemoved)
     EXPECT_EQ(news(), "+d/B.CFG (null) 0|+d/s (null) 0|+d/s (null) 0|+d/s/f (null) 0|+d/s/link "
                       "(null) 0|-d (null) 0|-d (null) 0|-d/t (null) 0|-d/t (null) 0");
     EXPECT_EQ(joined(tree_of("d")) + joined(tree_of("outside")), "keep.cfg=|t/|t/keep.cfg=x=");
-}
-
-TEST_F(FileTest, ModesAndOwnersAreChanged)
-{
-    write_text("f", "");
-    if (::geteuid() != 0)
-        GTEST_SKIP() << "only root gives files away";
-    Record record(file_existf("f"));
-    EXPECT_EQ(file_chown(record.get(), 12, -1U) + file_chmod(record.get(), 0640), 2);
-    ASSERT_EQ(file_stat(record.get()), 1);
-    EXPECT_EQ(record->info.st_uid * 100 + record->info.st_gid, 1212U);
-    EXPECT_EQ(record->info.st_mode & 07777, 0640U);
-    become_nobody();
-    EXPECT_EQ(file_chown(record.get(), -1U, 12) + file_chmod(record.get(), 0755), 0);
-    EXPECT_EQ(file_chown(record.get(), 12, 13), 0);
-    EXPECT_EQ(new_errors(), "Error changing mode of 'f' to 493, Operation not permitted|Error "
-                            "changing ownership of 'f' to uid=12, gid=13, Operation not permitted");
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include <cerrno>
 
 #include "quest.h"
+#include "rows.h"
 #include "support.h"
 
 namespace {
@@ -67,33 +68,24 @@ TEST_F(QuestTest, LinesBecomeQuestions)
 TEST_F(QuestTest, AnswersAreJudgedByType)
 {
     write_text("full/x", "");
-    // The value that is stored, or the error.
-    const std::pair<std::string, std::string> rows[] = {
-        {"Text  a b", " a b"},
-        {"What x/", "x/"},
-        {"YN Yes", "true"},
-        {"YN 0", "false"},
-        {"YN OFF", "false"},
-        {"Dir /opt/app/", "/opt/app"},
-        {"Dir a\\\\", "a\\"},
-        {"DirExist full/", "full"},
-        {"FileExist full/x", "full/x"},
-        {"DirEmpty absent/", "absent"},
-        {"FileName /tmp/a.b/setup.tar", "setup"},
-        {"YN maybe", "! You must answer either Yes or No"},
-        {"DirExist no/", "! Directory 'no' must exist, No such file or directory"},
-        {"FileExist no", "! File 'no' must exist, No such file or directory"},
-        {"DirEmpty full/", "! Directory 'full' must be empty"}};
-    for (const auto &[question, outcome] : rows) {
-        const size_t blank = question.find(' ');
+    const auto judged = [](const Fields &row) {
         const Store store = store_of({});
-        const Set set = loaded(question.substr(0, blank) + " s - - - ?", store);
-        std::string answer = question.substr(blank + 1);
+        const Set set = loaded(row[0] + " s - - - ?", store);
+        std::string answer = row[1];
         errno = EPERM;
         const bool stored = quest_answer(set.get(), 0, answer.data()) == 1;
-        EXPECT_EQ(stored ? values_of(store, "s") : "! " + std::string(quest_error()), outcome);
-        EXPECT_EQ(stored, values_of(store, "s") != "(none)") << question;
-    }
+        EXPECT_EQ(stored, values_of(store, "s") != "(none)");
+        return stored ? values_of(store, "s") : "! " + std::string(quest_error());
+    };
+    expect_rows({"Text| a b=> a b", "What|x/=>x/", "YN|Yes=>true", "YN|OFF=>false",
+                 "Dir|/opt/app/=>/opt/app", "Dir|a\\\\=>a\\", "DirExist|full/=>full",
+                 "FileExist|full/x=>full/x", "DirEmpty|absent/=>absent",
+                 "FileName|/tmp/a.b/setup.tar=>setup",
+                 "YN|maybe=>! You must answer either Yes or No",
+                 "DirExist|no/=>! Directory 'no' must exist, No such file or directory",
+                 "FileExist|no=>! File 'no' must exist, No such file or directory",
+                 "DirEmpty|full/=>! Directory 'full' must be empty"},
+                judged);
 }
 
 TEST_F(QuestTest, AQuestionIsPutWithItsDefault)
