@@ -110,7 +110,6 @@ TEST_F(CopyTest, AControlDecidesWhetherACommandRuns)
                   "MkDir d/k full full\nMkDir d/l full Full\nMkDir d/M no yes\nMkDir d/N no 0\n"),
               "1 9 0 ");
     EXPECT_EQ(joined(tree_of("d")), "a/|b/|c/|d/|e/|f/|j/|k/|l/");
-    EXPECT_TRUE(logged("Debug: Processing [260:d/N->,,no,0]"));
 }
 
 TEST_F(CopyTest, CopyingAndRemovingGiveTheExpectedTree)
@@ -120,14 +119,12 @@ TEST_F(CopyTest, CopyingAndRemovingGiveTheExpectedTree)
         std::string line, result, tree; // tree: "" when nothing changes
     } rows[] = {
         {"CopyFile s/* - d/to", "1 2 2 ", "to/|to/A.cfg=1|to/b=1|too/|x.keep="},
-        {"CopyFile s/ *.CFG d/to", "1 1 1 ", "to/|to/b=1|too/|x.keep="},
         {"CopyFile s/b - d/t*", "1 2 2 ", "to/|to/b=1|too/|too/b=1|x.keep="},
         {"CopyFile s/b too,x d/*", "1 1 1 ", "to/|to/b=1|too/|x.keep="},
         {"CopyDir s/* *.CFG,o* d/to", "1 3 2 ", "to/|to/b=1|to/sub/|to/sub/A.cfg=1|too/|x.keep="},
         {"CopyDir s/o* - d/to", "1 2 1 ", "to/|to/o\\p/|to/o\\p/x=1|too/|x.keep="},
         {"CopyDir ./d - d/too", "1 4 0 ",
          "to/|too/|too/d/|too/d/to/|too/d/too/|too/d/x.keep=|x.keep="},
-        {"CopyFile s/sub - d/to", "0 0 0 ", ""},
         {"CopyFile s/b - d/*/to",
          "0 0 0 Error opening dir 'd/*/', No such file or directory|" + none, ""},
         {"RmFile d/* t*", "1 1 0 ", "to/|too/"},
@@ -180,7 +177,6 @@ TEST_F(CopyTest, ModesAndOwnersReachWholeTrees)
             changed += std::to_string(number) + " ";
     }
     EXPECT_EQ(changed, "1 65534 65534 1 65534 65534 0 1 1 ");
-    EXPECT_TRUE(logged("Debug: Finished chown'ing, 0 files done"));
     // The first entry that fails ends its level; the directory itself is the user's own.
     ASSERT_EQ(::chown("t/d/f", 0, 0), 0);
     become_nobody();
@@ -198,7 +194,6 @@ TEST_F(CopyTest, TemplatesBecomeSettingsFiles)
     fs::create_symlink("t", "link");
     for (const std::string line : {"t ./link", "t x/o", "t /dev/full", "t t"})
         EXPECT_TRUE(run("Ini " + line).starts_with("0 0 0 Error ")) << line;
-    EXPECT_TRUE(logged_start("Error: Error creating ini file 'x/o', No such file or directory"));
     EXPECT_EQ(run("Ini x out").find("0 0 0 Error reading ini file 'x', No such file"), 0U);
     EXPECT_GT(read_all("t").size(), wide.size());
     EXPECT_EQ(read_all("out"), "");

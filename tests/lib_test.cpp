@@ -20,17 +20,6 @@ std::string numbered(long number, const char *text)
     return std::to_string(number) + ":" + text;
 }
 
-TEST(Lib, TrimmingStaysInside)
-{
-    const auto trimmed = [](const Fields &row) {
-        // The blanks before and the line end behind are not part of the text.
-        std::string buffer = " \n" + row[0] + '\0' + "\n";
-        const std::string text = s_strtrm(buffer.data() + 2);
-        return buffer.starts_with(" \n") && buffer.ends_with("\n") ? text : "touched";
-    };
-    expect_rows({"  a b \r\n=>a b", "   =>", "=>", "\t\v\f\r\na\n \v\t=>a"}, trimmed);
-}
-
 TEST(Lib, CopiesAndAppendsAreCut)
 {
     char path[path_size];

@@ -12,8 +12,6 @@ namespace {
 
 using Words = std::multiset<std::string>;
 
-constexpr const char *word_rows = "\n\\.It Ic (\\S+) Ta ";
-
 // What a pattern's first group finds in a file of the repository.
 Words found_in(const char *path, const char *pattern)
 {
@@ -35,10 +33,10 @@ Words all_words(const char *(*word)(unsigned number))
 
 TEST(Manual, TablesHaveTheWordsOfTheFormats)
 {
-    EXPECT_EQ(found_in("man/product-install-init.5", word_rows), all_words(init_word));
-    EXPECT_EQ(found_in("man/product-install-question.5", word_rows), all_words(quest_word));
-    EXPECT_EQ(found_in("man/product-install-copy.5", word_rows), all_words(copy_word));
-
+    const char *const rows = "\n\\.It Ic (\\S+) Ta ";
+    EXPECT_EQ(found_in("man/product-install-init.5", rows), all_words(init_word));
+    EXPECT_EQ(found_in("man/product-install-question.5", rows), all_words(quest_word));
+    EXPECT_EQ(found_in("man/product-install-copy.5", rows), all_words(copy_word));
     const Store store(ini_init());
     ASSERT_EQ(load_datfile(store.get(), "/dev/null"), 1);
     Words settings;

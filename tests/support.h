@@ -48,9 +48,6 @@ class InDirectory : public ::testing::Test {
     // Whether the log has a line with exactly this level and text.
     bool logged(const std::string &line) const;
 
-    // Whether a line of this level and this beginning of a text is there.
-    bool logged_start(const std::string &line) const;
-
     // The errors that were logged since the last call, divided by '|'.
     std::string new_errors();
 

@@ -14,14 +14,10 @@ TEST_F(Tcp, TellsWhoThisMachineIs)
     char text[line_size];
     ASSERT_EQ(::gethostname(expected, line_size), 0);
     EXPECT_STREQ(tcp_hostname(text, line_size), expected);
-    EXPECT_EQ(log_lines().size(), 0U);
     EXPECT_STREQ(tcp_hostname(text, 2), "1") << "no room for a name, and little for the fallback";
-    EXPECT_TRUE(logged("Error: Gethostname failed, File name too long"));
-    EXPECT_EQ(tcp_init() + tcp_is_init, 2);
+    EXPECT_EQ(new_errors(), "Gethostname failed, File name too long");
     EXPECT_STREQ(tcp_getipbyname("127.0.0.1", text, line_size), "127.0.0.1");
     EXPECT_STREQ(tcp_getipbyname("127.0.0.1", text, 7), "127.0.");
-    EXPECT_EQ(tcp_getipbyname("", text, line_size), nullptr);
-    EXPECT_TRUE(log_lines().back().starts_with("Error: Socket gethostbyname failed, "));
     EXPECT_TRUE(tcp_isip("1.2.3.40") && tcp_isip("") && !tcp_isip("1.2.3.x") && !tcp_isip(nullptr));
 }
 
