@@ -702,14 +702,16 @@ FILE *open_stream(const char *path, int flags, const char *mode)
     return stream;
 }
 
-// A device or a pipe that has anything to say may go on saying it for ever; an empty one, such as
-// the null device, is as good as an empty file.
-bool may_never_end(FILE *stream)
+// Why a stream is not to be read, as errno; 0: it may be. A device or a pipe that has anything to
+// say may go on saying it for ever; an empty one, such as the null device, is as good as an empty
+// file.
+int unreadable_reason(FILE *stream)
 {
     struct stat info {};
-    const bool plain = ::fstat(::fileno(stream), &info) == 0 &&
-                       (S_ISREG(info.st_mode) || S_ISDIR(info.st_mode));
-    return !plain && std::fgetc(stream) != EOF;
+    if (::fstat(::fileno(stream), &info) != 0)
+        return errno;
+    const bool plain = S_ISREG(info.st_mode) || S_ISDIR(info.st_mode);
+    return plain || std::fgetc(stream) == EOF ? 0 : ENOTSUP;
 }
 
 } // namespace
@@ -717,9 +719,10 @@ bool may_never_end(FILE *stream)
 FILE *open_text(const char *path)
 {
     Stream stream(open_stream(path, O_RDONLY, "r"));
-    if (stream && may_never_end(stream.get())) {
+    const int reason = stream ? unreadable_reason(stream.get()) : 0;
+    if (reason != 0) {
         stream.reset();
-        errno = ENOTSUP;
+        errno = reason;
     }
     return stream.release();
 }
