@@ -146,6 +146,13 @@ TEST_F(Dialogue, HoweverFarAPersonGetsTheRunEnds)
         EXPECT_NE(shown(run_piped({}, whole.substr(0, length))).find("{leave}"), std::string::npos);
 }
 
+TEST_F(Dialogue, AByteOfNothingEndsItsLineAlone)
+{
+    ask("Text word - - - Word\nText name - - - Name\n");
+    const std::string typed("1\nw\0x\nBob\n\n", 11);
+    EXPECT_TRUE(shown(run_piped({}, typed)).ends_with("copied\n{leave}Bob|w|$(sure)\n\n"));
+}
+
 TEST_F(Dialogue, TheProgramsOwnNameNamesItsFiles)
 {
     for (const std::string file : {"dat", "int", "q", "cpy"})
@@ -178,33 +185,30 @@ TEST_F(Dialogue, OnATerminalEachPromptWaitsForItsAnswer)
 {
     ask("Text name - - - Name\nText word - - - Word\n");
     const std::string much(2000, 'x');
-    const Answers typed = {{"do[1]? ", "1"},    {"Ann]? ", "Bob"}, {"Word []? ", "q"},
-                           {"do[1]? ", "1"},    {"Bob]? ", "b"},   {"Bob]? ", ""},
-                           {"Word []? ", much}, {"[n]? ", "no"},   {"exit>", "bye"}};
-    EXPECT_EQ(
-        shown(run_on_terminal({}, typed)),
-        "{header}{menu}1\n[Install]\nName [Ann]? Bob\nWord []? q\n{menu}1\n[Install]\n"
-        "Name [Bob]? b\nName [Bob]? \nWord []? " +
-            much +
-            "\nDo you want to change your "
-            "answers [n]? no\nCopying files[]\nSuccess 0 bytes in 1 files copied\n{leave}bye\n"
-            "Bob|" +
-            much.substr(0, 999) + "|$(sure)\n\n");
+    const Answers typed = answers_of("do[1]? =>1|Ann]? =>Bob|Word []? =>q|do[1]? =>1|Bob]? =>b|"
+                                     "Bob]? |Word []? =>" +
+                                     much + "|[n]? =>no|exit>=>bye");
+    EXPECT_EQ(shown(run_on_terminal({}, typed)),
+              "{header}{menu}1\n[Install]\nName [Ann]? Bob\nWord []? q\n{menu}1\n[Install]\n"
+              "Name [Bob]? b\nName [Bob]? \nWord []? " +
+                  much +
+                  "\nDo you want to change your answers [n]? no\nCopying files[]\n"
+                  "Success 0 bytes in 1 files copied\n{leave}bye\nBob|" +
+                  much.substr(0, 999) + "|$(sure)\n\n");
 }
 
 // One who ends the input has left for good, even where the terminal could be read again.
 TEST_F(Dialogue, OnATerminalTheEndOfInputIsFinal)
 {
     ask("Text word - - - Word\n");
-    Answers typed = {{"do[1]? ", "1"}, {"Word []? ", "w"}, {"[n]? ", ""}, {"exit>", ""}};
-    for (const std::string ending :
-         {"w\nDo you want to change your answers [n]? \nCopying files[]\nSuccess 0 bytes in 1 "
-          "files "
-          "copied\n{leave}Ann|w|$(sure)\n\n",
-          "w\nDo you want to change your answers [n]? Copying files[]\nSuccess 0 bytes in 1 files "
-          "copied\n{leave}Ann|w|$(sure)\n\n",
-          "Word []? Error: You must enter an answer, please try again\n{leave}\n",
-          "{header}{menu}{leave}\n"}) {
+    Answers typed = answers_of("do[1]? =>1|Word []? =>w|[n]? |exit>");
+    const std::string done =
+        "Copying files[]\nSuccess 0 bytes in 1 files copied\n{leave}Ann|w|$(sure)\n\n";
+    for (const std::string &ending :
+         {"w\nDo you want to change your answers [n]? \n" + done,
+          "w\nDo you want to change your answers [n]? " + done,
+          std::string("Word []? Error: You must enter an answer, please try again\n{leave}\n"),
+          std::string("{header}{menu}{leave}\n")}) {
         typed.back().second = end_of_input;
         const std::string text = shown(run_on_terminal({}, typed));
         EXPECT_TRUE(text.ends_with(ending)) << text;

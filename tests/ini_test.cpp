@@ -106,19 +106,6 @@ TEST_F(Settings, NamesAreFoundExactlyAndTheTableGrows)
     EXPECT_FALSE(ini_value(store.get(), -1) || ini_value(store.get(), 20) || ini_items(nullptr));
 }
 
-TEST_F(Settings, TheLastAssociationDecides)
-{
-    const int pairs[] = {0, 3, 0, 5, 9, 1, -2, 1, 2, 1, 2, 4, -1};
-    const Store store = table({"0", "1", "2", "3=three", "4=four", "5"}, Ini_None, pairs);
-    EXPECT_EQ(all(store, "0") + all(store, "2"), "four,");
-    EXPECT_EQ(new_errors(), "Ini association index 9 invalid.|Ini association index -2 invalid.");
-    ini_add(store.get(), 5, "five");
-    ini_add(store.get(), 2, "own");
-    EXPECT_EQ(all(store, "0") + all(store, "2"), "five,own,");
-    const int cycle[] = {0, 0, 0, 0, 1, 0, 1, 0, -1};
-    EXPECT_EQ(all(table({"same", "same"}, Ini_None, cycle), "same"), "");
-}
-
 TEST_F(Settings, ReplacingFillsATextInOnePass)
 {
     const Store store = table({"base=/opt", "again=$(base)", "none"});

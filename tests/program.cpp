@@ -11,6 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "rows.h"
+
 namespace {
 
 [[noreturn]] void become(const Program &program)
@@ -93,4 +95,14 @@ Session run_on_terminal(const Program &program, const Answers &answers)
     if (pid == 0)
         become(program);
     return converse(pid, terminal, answers);
+}
+
+Answers answers_of(const std::string &text)
+{
+    Answers answers;
+    for (const std::string &each : Fields(text)) {
+        const size_t arrow = std::min(each.find("=>"), each.size());
+        answers.emplace_back(each.substr(0, arrow), each.substr(std::min(arrow + 2, each.size())));
+    }
+    return answers;
 }

@@ -27,3 +27,6 @@ inline const std::string end_of_input = "\x04";
 // typed is part of what is shown.
 using Answers = std::vector<std::pair<std::string, std::string>>;
 Session run_on_terminal(const Program &program, const Answers &answers);
+
+// Answers out of "prompt=>answer|prompt=>answer"; a prompt alone is answered with an empty line.
+Answers answers_of(const std::string &text);

@@ -13,20 +13,16 @@
 #include <unistd.h>
 
 #include "program.h"
+#include "rows.h"
 #include "support.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-const std::vector<std::string> places = {"/etc/apache",
-                                         "/etc/httpd/conf",
-                                         "/etc/httpd",
-                                         "/usr/local/apache/conf",
-                                         "/usr/local/httpd/conf",
-                                         "/usr/local/apache/etc",
-                                         "/usr/internet/httpd/public/conf",
-                                         "/opt/apache/conf"};
+const std::vector<std::string> places =
+    Fields("/etc/apache|/etc/httpd/conf|/etc/httpd|/usr/local/apache/conf|/usr/local/httpd/conf|"
+           "/usr/local/apache/etc|/usr/internet/httpd/public/conf|/opt/apache/conf");
 
 bool mounted(const std::string &what, const std::string &where, unsigned long flags)
 {
@@ -159,21 +155,11 @@ TEST_F(WebServer, ServesTheSampleUntilItIsRemoved)
     const std::string page = "/guestbook/index.html";
     const std::string program = "/cgi-bin/guestbook/guestbook.cgi";
     EXPECT_TRUE(has(fetch(page), " 404 ") && has(fetch(program), " 404 "));
-    const Answers answers = {{"do[1]? ", ""},
-                             {"/htdocs]? ", ""},
-                             {"[guestbook]? ", ""},
-                             {"/cgi-bin/]? ", ""},
-                             {"[/cgi-bin]? ", ""},
-                             {"user [y]? ", ""},
-                             {"[www-data]? ", ""},
-                             {"[www-data]? ", ""},
-                             {"[/var/lib/guestbook]? ", at("data")},
-                             {"[Our guestbook]? ", "Ada & Ben's"},
-                             {"[50]? ", ""},
-                             {"first [y]? ", "n"},
-                             {"/welcome.txt]? ", ""},
-                             {"[n]? ", ""},
-                             {"exit>", ""}};
+    const Answers answers = answers_of(
+        "do[1]? |/htdocs]? |[guestbook]? |/cgi-bin/]? |[/cgi-bin]? |user [y]? |[www-data]? |"
+        "[www-data]? |[/var/lib/guestbook]? =>" +
+        at("data") +
+        "|[Our guestbook]? =>Ada & Ben's|[50]? |first [y]? =>n|/welcome.txt]? |[n]? |exit>");
     const Session installed = run_on_terminal({}, answers);
     EXPECT_TRUE(installed.status == 0 && has(installed.shown, "]\nSuccess ")) << installed.shown;
     EXPECT_TRUE(has(fetch(page), " 200 ") && has(fetch(page), "href=\"" + program + "\""));
@@ -188,8 +174,7 @@ TEST_F(WebServer, ServesTheSampleUntilItIsRemoved)
 
     write_text(at("htdocs/guestbook/about.html"), "old");
     const std::string settings = read_all(at("data/guestbook.conf"));
-    const Session upgraded =
-        run_on_terminal({}, {{"do[2]? ", ""}, {"[y]? ", ""}, {"[n]? ", ""}, {"exit>", ""}});
+    const Session upgraded = run_on_terminal({}, answers_of("do[2]? |[y]? |[n]? |exit>"));
     EXPECT_TRUE(upgraded.status == 0 && has(upgraded.shown, "]\nSuccess ")) << upgraded.shown;
     EXPECT_EQ(read_all(at("htdocs/guestbook/about.html")), read_all("pages/about.html"));
     EXPECT_EQ(read_all(at("data/guestbook.conf")), settings);
@@ -199,12 +184,10 @@ TEST_F(WebServer, ServesTheSampleUntilItIsRemoved)
     EXPECT_TRUE(has(fetch(program), " 200 ") && !has(fetch(program), entry));
     EXPECT_EQ(std::distance(fs::directory_iterator(at("data/archive")), {}), 1);
 
-    const Session removed =
-        run_on_terminal({}, {{"do[2]? ", "3"}, {"/data [y]?", "n"}, {"[n]? ", ""}, {"exit>", ""}});
+    const Session removed = run_on_terminal({}, answers_of("do[2]? =>3|/data [y]?=>n|[n]? |exit>"));
     EXPECT_TRUE(removed.status == 0 && has(removed.shown, "]\n Success ")) << removed.shown;
     EXPECT_TRUE(has(fetch(page), " 404 ") && has(fetch(program), " 404 "));
-    for (const char *place : {"htdocs", "cgi-bin"})
-        EXPECT_TRUE(fs::is_empty(at(place))) << place;
+    EXPECT_TRUE(fs::is_empty(at("htdocs")) && fs::is_empty(at("cgi-bin")));
     EXPECT_FALSE(fs::exists(at("data")));
 }
 
