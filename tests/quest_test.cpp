@@ -88,38 +88,4 @@ TEST_F(QuestTest, AnswersAreJudgedByType)
                 judged);
 }
 
-TEST_F(QuestTest, AQuestionIsPutWithItsDefault)
-{
-    const std::string tail(70, 't');
-    const std::string solid(79, 'x');
-    const struct {
-        std::string text, standard, input, printed, answer; // answer: "" when there is none
-    } rows[] = {
-        {"Text s - - - Where", "/usr", "\n", "Where [/usr]? ", "/usr"},
-        {"Text s - - - For $(cat)", "", "  a b \t\r\nnext", "For Cat []? ", "  a b"},
-        {"Text s - - - Where", "", " \n", "Where []? ", ""},
-        {"Text s - - - Where", "d", "", "Where [d]? ", "before"},
-        {"YN s - - - Ok", "TRUE", "\n", "Ok [y]? ", "y"},
-        {"YN s - - - Ok", "word", "\n", "Ok [n]? ", "n"},
-        // The widest prompt on one line has 80 characters; longer ones are broken at blanks.
-        {"Text s - - - " + tail + " 12345", "", "x\n", tail + " 12345 []? ", "x"},
-        {"Text s - - - " + tail + " 123456", "", "x\n", tail + " 123456\n[]? ", "x"},
-        {"Text s - - - " + tail + "\t  1234567", "", "x\n", tail + "\t \n1234567 []? ", "x"},
-        {"Text s - - - " + solid + solid + "y", "", "x\n", solid + "\n" + solid + "\ny []? ", "x"},
-        {"Text s - - - " + solid + " y", "", "x\n", solid + "\ny []? ", "x"}};
-    for (const auto &row : rows) {
-        const Store store = store_of({{"cat", "Cat"}, {"s", row.standard.c_str()}});
-        const Set set = loaded(row.text, store);
-        write_text("input", row.input);
-        ASSERT_NE(std::freopen("input", "r", stdin), nullptr);
-        char answer[line_size] = "before";
-        errno = EPERM;
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(quest_ask(set.get(), 0, answer, line_size), row.answer.empty() ? 0 : 1);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), row.printed);
-        EXPECT_EQ(answer, row.answer);
-    }
-    EXPECT_EQ(new_errors(), "You must enter an answer");
-}
-
 } // namespace

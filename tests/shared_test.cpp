@@ -45,13 +45,6 @@ TEST_F(DataFile, LinesBecomeSettings)
          "=>bin=/opt/bin,base=/opt,act=<>,un=$(no),at=/etc,",
          std::string("a b\0c\nd e\n\0f\n=>a=b,d=e,", 23)},
         [](const Fields &row) { return lines_of(load(row[0])); });
-    std::string text;
-    std::string expected;
-    for (int line = 0; line < 200; line++) {
-        text += "n" + std::to_string(line) + " v\n";
-        expected += "n" + std::to_string(line) + "=v,";
-    }
-    EXPECT_EQ(lines_of(load(text)), expected);
 }
 
 TEST_F(DataFile, BuiltInSettingsComeFirstAndStay)
