@@ -70,8 +70,8 @@ TEST_F(InitTest, CommandsStoreTheirOutcome)
               "");
     EXPECT_EQ(values_of(store, "e1 e2 e3 c1 c2 c3"), "true|false|true|up|literal|up");
     EXPECT_EQ(values_of(store, "r1"), read_all("long.txt"));
-    EXPECT_EQ(values_of(store, "r2 r3 t1 t2"), "(none)|(none)|(none)|%");
-    EXPECT_EQ(values_of(store, "g1 g2 g3 g4 g5"), "ran|(none)|ran|(none)|ran");
+    EXPECT_EQ(values_of(store, "r2 r3 t1 t2"), "(null)|(null)|(null)|%");
+    EXPECT_EQ(values_of(store, "g1 g2 g3 g4 g5"), "ran|(null)|ran|(null)|ran");
     EXPECT_EQ(values_of(store, "t3").find_first_not_of("0123456789"), std::string::npos);
     EXPECT_EQ(values_of(store, "t3").size(), 8U);
     EXPECT_EQ(new_errors(), "Failed to read (bin.txt), No such file or directory|"
@@ -97,24 +97,24 @@ TEST_F(InitTest, WebServerFactsAreFoundOnceAndKept)
         GTEST_SKIP() << "no mount namespace of its own: " << std::strerror(errno);
     const std::string user = "HTTP_User u f - -\n";
     const std::string all = user + "HTTP_Group g f - -\nHTTP_Root r f - -\nHTTP_Scripts s f - -\n";
-    const std::string none = "(none)|(none)|";
+    const std::string none = "(null)|(null)|";
     const struct {
         std::string conf, script, outcome; // what is printed, then the settings
     } rows[] = {
         {"", user, "ERROR: Cannot find httpd.conf file\n" + none + none + "true"},
         {"# User root\nUser nobody\nGroup nogroup\n\tDocumentRoot  \"/var/html\"\n"
          "ScriptAlias /cgi-bin/ \"/var/cgi/\"\nUser not_read_any_more\n",
-         all, "nobody|nogroup|/var/html|/var/cgi/|(none)"},
+         all, "nobody|nogroup|/var/html|/var/cgi/|(null)"},
         {"USER root\nuser nobody x\nUser\nGroup\ngroup nogroup\ndocumentroot /first\n<V *>\n"
          "DocumentRoot \"/a b\"\nDocumentRoot\n</V>\nScriptAlias /scripts/ /x\n"
          "ScriptAlias /CGI-BIN/ /y\nScriptAlias /cgi-bin/\nscriptalias /my/cgi-bin /z\n",
-         all, "nobody|nogroup|/|/z|(none)"},
+         all, "nobody|nogroup|/|/z|(null)"},
         {"User nobody\nGroup nogroup\nDocumentRoot \"\n", all,
-         "ERROR: Could not find, ScriptAlias\nnobody|nogroup||(none)|true"},
+         "ERROR: Could not find, ScriptAlias\nnobody|nogroup||(null)|true"},
         {"DocumentRoot /v\nUser #48\nDocumentRoot /w\n", user + "HTTP_Root r - - -\n",
-         "ERROR: User '#48' has bad uid '-1'\n" + none + "/v|(none)|true"},
+         "ERROR: User '#48' has bad uid '-1'\n" + none + "/v|(null)|true"},
         {"User nobody\nGroup nosuch\n", "HTTP_Root r f - -\n" + user,
-         "ERROR: Group 'nosuch' has bad uid '-1'\nnobody|(none)|" + none + "true"}};
+         "ERROR: Group 'nosuch' has bad uid '-1'\nnobody|(null)|" + none + "true"}};
     // What is found holds for the whole process, so each row has one of its own.
     const auto check = [&](const auto &row) {
         if (!row.conf.empty())

@@ -74,7 +74,7 @@ TEST_F(QuestTest, AnswersAreJudgedByType)
         std::string answer = row[1];
         errno = EPERM;
         const bool stored = quest_answer(set.get(), 0, answer.data()) == 1;
-        EXPECT_EQ(stored, values_of(store, "s") != "(none)");
+        EXPECT_EQ(stored, values_of(store, "s") != "(null)");
         return stored ? values_of(store, "s") : "! " + std::string(quest_error());
     };
     expect_rows({"Text| a b=> a b", "What|x/=>x/", "YN|Yes=>true", "YN|OFF=>false",

@@ -26,8 +26,7 @@ bool become(uid_t user)
 
 void write_text(const std::string &path, const std::string &text)
 {
-    if (const fs::path above = fs::path(path).parent_path(); !above.empty())
-        fs::create_directories(above);
+    fs::create_directories(fs::absolute(path).parent_path());
     std::ofstream(path, std::ios::binary) << text;
 }
 
@@ -70,10 +69,8 @@ std::string values_of(const Store &store, const std::string &names)
 {
     std::vector<std::string> values;
     std::istringstream each(names);
-    for (std::string name; each >> name;) {
-        const char *value = ini_value_name(store.get(), name.c_str());
-        values.push_back(value ? value : "(none)");
-    }
+    for (std::string name; each >> name;)
+        values.push_back(shown(ini_value_name(store.get(), name.c_str())));
     return joined(values);
 }
 

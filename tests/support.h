@@ -24,7 +24,7 @@ std::vector<std::string> tree_of(const std::string &directory);
 std::string joined(const std::vector<std::string> &lines);
 
 // A store of these settings; the first values of settings named with blanks between, joined,
-// "(none)" where there is none.
+// "(null)" where there is none.
 using Store = Owned<Ini, ini_free>;
 Store store_of(std::initializer_list<std::pair<const char *, const char *>> settings);
 std::string values_of(const Store &store, const std::string &names);
