@@ -466,27 +466,18 @@ bool copy_content(const Source &src, const char *dst, unsigned long *bytes)
     return true;
 }
 
-// FIFOs, sockets and devices have no content of their own, and opening one can do or wait for
-// anything.
-bool is_special(mode_t mode)
-{
-    return !S_ISREG(mode) && !S_ISDIR(mode) && !S_ISLNK(mode);
-}
-
-// What cannot be read must not cost the destination what it holds.
+// What cannot be read must not cost the destination what it holds. FIFOs, sockets and devices have
+// no content of their own, and opening one can do or wait for anything.
 bool refuse_unreadable(const char *src, mode_t mode)
 {
-    if (S_ISDIR(mode)) {
-        errno = EISDIR;
+    if (S_ISREG(mode))
+        return false;
+    errno = S_ISDIR(mode) ? EISDIR : ENOTSUP;
+    if (S_ISDIR(mode))
         file_error("Error reading from '%s'", src);
-        return true;
-    }
-    if (is_special(mode)) {
-        errno = ENOTSUP;
+    else
         file_error("Error opening '%s' for read, it is a FIFO, a socket or a device", src);
-        return true;
-    }
-    return false;
+    return true;
 }
 
 // `mode` is the source's, links followed; 0 when there is nothing.
