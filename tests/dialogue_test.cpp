@@ -137,15 +137,6 @@ INSTANTIATE_TEST_SUITE_P(Dialogue, WrittenDown,
 
 // --- Dialogues that need more than text ---------------------------------------------------------
 
-TEST_F(Dialogue, HoweverFarAPersonGetsTheRunEnds)
-{
-    ask("Text name - - - Name\nLoop no 3\nText word - - - Word\nYN sure - - - Sure\n"
-        "Exist $(name) found\nLoop found 0\n");
-    const std::string whole = "9\n1\nq\n\nb\nx\nb\nz\nno\ninstall\n\nyes\nb\n\n\n";
-    for (size_t length = 0; length <= whole.size(); length++)
-        EXPECT_NE(shown(run_piped({}, whole.substr(0, length))).find("{leave}"), std::string::npos);
-}
-
 TEST_F(Dialogue, AByteOfNothingEndsItsLineAlone)
 {
     ask("Text word - - - Word\nText name - - - Name\n");

@@ -94,25 +94,6 @@ TEST(LibFormat, CutsFieldsAndLiteralsDifferently)
 
 // --- Paths ----------------------------------------------------------------------------------
 
-TEST(LibPaths, AreTakenApart)
-{
-    const auto parts = [](const Fields &row) {
-        char path[path_size];
-        char part[path_size];
-        scpy(path, row.text(0));
-        std::string found = shown(strip_file(path, part, path_size)) + "|" + part + "|";
-        scpy(path, row.text(0));
-        found += strip_ext(path);
-        return found + "|" + exename(path, row.text(0), 8);
-    };
-    // Directory, name, path without extension, the program's name.
-    expect_rows({"/opt/a/setup.cpy=>/opt/a|setup.cpy|/opt/a/setup|setup", "/name=>|name|/name|name",
-                 "./installer=>.|installer|./installer|install", "a\\b.c=>a|b.c|a\\b|b",
-                 "dir.d/file=>dir.d|file|dir.d/file|file", "x.tar.gz=>|x.tar.gz|x.tar|x",
-                 ".rc=>|.rc|.rc|", "a/.rc=>a|.rc|a/|", "=>|||"},
-                parts);
-}
-
 TEST(LibPaths, AreJoined)
 {
     char path[path_size];

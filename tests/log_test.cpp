@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <filesystem>
 #include <regex>
 
 #include <fcntl.h>
@@ -102,21 +103,19 @@ TEST_F(LogFile, WhatCannotOrMustNotBeMovedStays)
 {
     // A name that has room for a backup's digit, but not for the name that a rotation takes first.
     const std::string name(250, 'x');
-    for (const char *const number : {"0", "4"})
-        write_text(name + number, "old");
+    write_text(name + "4", "old");
     ASSERT_EQ(log_open(log.get(), name.c_str()), 1);
     log_dorotate(log.get(), 4, 1);
     imsg("1");
     imsg("2");
     EXPECT_EQ(log_rotate(log.get()), 1);
-    EXPECT_EQ(files(), name + "0=old " + name + "4=old " + name + "=Info: 1|Info: 2| ");
+    EXPECT_EQ(files(), name + "4=old " + name + "=Info: 1|Info: 2| ");
     ASSERT_EQ(::mkfifo("fifo", 0666), 0);
     EXPECT_EQ(log_open(log.get(), "fifo"), 0) << "nobody reads it";
     const int reader = ::open("fifo", O_RDWR | O_NONBLOCK);
     ASSERT_EQ(log_open(log.get(), "fifo"), 1);
     imsg("to a pipe");
-    struct stat info {};
-    EXPECT_TRUE(::stat("fifo", &info) == 0 && S_ISFIFO(info.st_mode));
+    EXPECT_TRUE(std::filesystem::is_fifo("fifo"));
     log_close(log.get());
     ::close(reader);
     become_nobody();

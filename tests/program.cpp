@@ -4,7 +4,6 @@
 #include <chrono>
 #include <csignal>
 
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
@@ -12,16 +11,14 @@
 #include <unistd.h>
 
 #include "rows.h"
+#include "support.h"
 
 namespace {
 
 [[noreturn]] void become(const Program &program)
 {
-    constexpr unsigned nobody = 65534;
-    if (program.as_nobody && ::geteuid() == 0 &&
-        (::setgroups(0, nullptr) != 0 || ::setresgid(nobody, nobody, nobody) != 0 ||
-         ::setresuid(nobody, nobody, nobody) != 0))
-        ::_exit(126);
+    if (program.as_nobody)
+        become_nobody();
     std::vector<char *> arguments = {const_cast<char *>(program.path.c_str())};
     for (const std::string &argument : program.arguments)
         arguments.push_back(const_cast<char *>(argument.c_str()));

@@ -1,7 +1,4 @@
-#include <cerrno>
-
 #include "quest.h"
-#include "rows.h"
 #include "support.h"
 
 namespace {
@@ -63,29 +60,6 @@ TEST_F(QuestTest, LinesBecomeQuestions)
     EXPECT_EQ(quest_load(set.get(), "absent", "s"), 0);
     EXPECT_EQ(new_errors(), "Section 'none' not found|Error opening 'absent', No such file or "
                             "directory");
-}
-
-TEST_F(QuestTest, AnswersAreJudgedByType)
-{
-    write_text("full/x", "");
-    const auto judged = [](const Fields &row) {
-        const Store store = store_of({});
-        const Set set = loaded(row[0] + " s - - - ?", store);
-        std::string answer = row[1];
-        errno = EPERM;
-        const bool stored = quest_answer(set.get(), 0, answer.data()) == 1;
-        EXPECT_EQ(stored, values_of(store, "s") != "(null)");
-        return stored ? values_of(store, "s") : "! " + std::string(quest_error());
-    };
-    expect_rows({"Text| a b=> a b", "What|x/=>x/", "YN|Yes=>true", "YN|OFF=>false",
-                 "Dir|/opt/app/=>/opt/app", "Dir|a\\\\=>a\\", "DirExist|full/=>full",
-                 "FileExist|full/x=>full/x", "DirEmpty|absent/=>absent",
-                 "FileName|/tmp/a.b/setup.tar=>setup",
-                 "YN|maybe=>! You must answer either Yes or No",
-                 "DirExist|no/=>! Directory 'no' must exist, No such file or directory",
-                 "FileExist|no=>! File 'no' must exist, No such file or directory",
-                 "DirEmpty|full/=>! Directory 'full' must be empty"},
-                judged);
 }
 
 } // namespace
