@@ -1,4 +1,5 @@
 #include <cstring>
+#include <regex>
 
 #include <sched.h>
 #include <sys/mount.h>
@@ -72,8 +73,7 @@ TEST_F(InitTest, CommandsStoreTheirOutcome)
     EXPECT_EQ(values_of(store, "r1"), read_all("long.txt"));
     EXPECT_EQ(values_of(store, "r2 r3 t1 t2"), "(null)|(null)|(null)|%");
     EXPECT_EQ(values_of(store, "g1 g2 g3 g4 g5"), "ran|(null)|ran|(null)|ran");
-    EXPECT_EQ(values_of(store, "t3").find_first_not_of("0123456789"), std::string::npos);
-    EXPECT_EQ(values_of(store, "t3").size(), 8U);
+    EXPECT_TRUE(std::regex_match(values_of(store, "t3"), std::regex("[0-9]{8}")));
     EXPECT_EQ(new_errors(), "Failed to read (bin.txt), No such file or directory|"
                             "TimeDate 'none' is NULL");
     ASSERT_EQ(::chmod("my.int", 0666) | ::chmod("bin", 0555), 0);

@@ -1,7 +1,6 @@
 #include "lib.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <random>
 
@@ -114,21 +113,18 @@ TEST(LibPaths, AreJoined)
 
 // --- Wildcards ------------------------------------------------------------------------------
 
-// What a pattern means, written down directly; it takes exponential time.
-bool meant(const std::string &text, const std::string &pattern, bool with_case)
+// What a pattern means where case counts, written down directly; it takes exponential time.
+bool meant(const std::string &text, const std::string &pattern)
 {
     if (text.empty() || pattern.empty())
         return text.empty() && pattern.find_first_not_of('*') == std::string::npos;
-    const bool same = std::tolower(text[0]) == std::tolower(pattern[0]);
     if (pattern[0] != '*')
-        return (pattern[0] == '?' || text[0] == pattern[0] || (same && !with_case)) &&
-               meant(text.substr(1), pattern.substr(1), with_case);
-    const std::string rest =
-        pattern.substr(std::min(pattern.find_first_not_of('*'), pattern.size()));
-    bool found = rest.empty();
+        return (pattern[0] == '?' || text[0] == pattern[0]) &&
+               meant(text.substr(1), pattern.substr(1));
+    const size_t stars = pattern.find_first_not_of('*');
+    bool found = stars == std::string::npos;
     for (size_t at = 0; at < text.size() && !found; at++)
-        found = std::tolower(text[at]) == std::tolower(rest[0]) &&
-                meant(text.substr(at), rest, with_case);
+        found = text[at] == pattern[stars] && meant(text.substr(at), pattern.substr(stars));
     return found;
 }
 
@@ -142,12 +138,14 @@ TEST(LibWildcards, AgreeWithTheirMeaningInNoTime)
         return text;
     };
     for (int pair = 0; pair < 20'000; pair++) {
-        const std::string text = any_of("aaAbb?*", 9);
-        const std::string pattern = any_of("aAb??**", 7);
-        for (const bool with_case : {true, false})
-            ASSERT_EQ(wmatch(text.c_str(), pattern.c_str(), with_case),
-                      meant(text, pattern, with_case))
-                << text << " against " << pattern << (with_case ? ", with case" : "");
+        std::string text = any_of("aaAbb?*", 9);
+        std::string pattern = any_of("aAb??**", 7);
+        SCOPED_TRACE(text + " against " + pattern);
+        const bool folded = wmatch(text.c_str(), pattern.c_str(), 0);
+        ASSERT_EQ(wild_match(text.c_str(), pattern.c_str()), meant(text, pattern));
+        std::ranges::replace(text, 'A', 'a');
+        std::ranges::replace(pattern, 'A', 'a');
+        ASSERT_EQ(folded, meant(text, pattern));
     }
     EXPECT_EQ(wmatch(std::string(50'000, 'a').c_str(), "*a?*a?*a?*a?*a?*a?*a?*a?*a?*a?*b", 1), 0);
     // What the meaning above leaves open: bytes that are no ASCII, and brackets.
@@ -160,9 +158,7 @@ TEST(LibWildcards, MatchInLists)
         return numbered(wild_list(row.text(0), row.text(1)),
                         wild_ilist(row.text(0), row.text(1)) ? "1" : "0");
     };
-    expect_rows({"r.TXT|*.doc, *.txt=>0:1", "a b,c|x\t,,c=>1:1", ", \t|*=>0:0", "a| ,=>0:0",
-                 "ab|a b=>0:0", "|=>0:0"},
-                in_list);
+    expect_rows({"r.TXT|*.doc, *.txt=>0:1", "a b,c|x\t,,c=>1:1", "ab|a b=>0:0", "|=>0:0"}, in_list);
 }
 
 // --- Files of text --------------------------------------------------------------------------
