@@ -72,19 +72,14 @@ class Dialogue : public InDirectory {
 
 // --- Dialogues that are written down -----------------------------------------------------------
 
-std::vector<std::string> words_of(const std::string &text)
-{
-    std::istringstream words(text);
-    return {std::istream_iterator<std::string>(words), {}};
-}
-
 // Does what a section of a dialogue's file says; its text is what stands below its title.
 void follow(const std::string &title, std::string text)
 {
     static std::string last;
-    std::vector<std::string> words = words_of(title);
-    const std::string verb = words.front();
-    words.erase(words.begin());
+    std::istringstream line(title);
+    std::string verb;
+    line >> verb;
+    const std::vector<std::string> words(std::istream_iterator<std::string>(line), {});
     if (text.ends_with("~\n"))
         text.resize(text.size() - 2);
     if (verb == "file")
@@ -132,7 +127,7 @@ TEST_P(WrittenDown, GoesWordForWord)
 
 INSTANTIATE_TEST_SUITE_P(Dialogue, WrittenDown,
                          ::testing::Values("menu", "options", "missing", "steps", "answers", "end",
-                                           "outcome", "prompts"),
+                                           "outcome", "prompts", "commands"),
                          [](const auto &chosen) { return std::string(chosen.param); });
 
 // --- Dialogues that need more than text ---------------------------------------------------------

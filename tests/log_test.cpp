@@ -1,7 +1,6 @@
 #include "log.h"
 
 #include <cerrno>
-#include <ctime>
 #include <filesystem>
 #include <regex>
 
@@ -40,22 +39,15 @@ class LogFile : public InDirectory {
     const Owned<Log, log_free> log{log_init(LogDebug)};
 };
 
-std::string time_now()
-{
-    const time_t now = std::time(nullptr);
-    return std::string(std::asctime(std::localtime(&now))).substr(0, 20);
-}
-
 TEST_F(LogFile, LinesTellTimeProcessLevelAndText)
 {
     open(4, 1'000'000);
-    const std::string before = time_now();
     errno = ENOENT;
     emsg("%s %d", "100%", 7);
     EXPECT_EQ(errno, ENOENT);
-    const std::string rest = " [" + std::to_string(::getpid()) + "] Error: 100% 7\n";
-    const std::string line = read_all("x.log");
-    EXPECT_TRUE(line == before + rest || line == time_now() + rest) << line;
+    const std::regex line("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 123]\\d \\d\\d:\\d\\d:\\d\\d  \\[" +
+                          std::to_string(::getpid()) + "\\] Error: 100% 7\n");
+    EXPECT_TRUE(std::regex_match(read_all("x.log"), line)) << read_all("x.log");
     std::string expected = "x.log=Error: 100% 7|";
     for (const size_t length : {998U, 999U, 1000U, 1200U}) {
         imsg("%s", std::string(length, 'x').c_str());
@@ -118,9 +110,6 @@ TEST_F(LogFile, WhatCannotOrMustNotBeMovedStays)
     EXPECT_TRUE(std::filesystem::is_fifo("fifo"));
     log_close(log.get());
     ::close(reader);
-    become_nobody();
-    EXPECT_EQ(log_setup(log.get(), "/", "x.log"), 0);
-    EXPECT_STREQ(log->File, "fifo");
 }
 
 TEST_F(LogFile, EarlyErrorsWaitForALog)
@@ -129,9 +118,7 @@ TEST_F(LogFile, EarlyErrorsWaitForALog)
     imsg("dropped");
     emsg("two");
     EXPECT_EQ(log_open(log.get(), "no/x.log"), 0);
-    EXPECT_EQ(CurrentLog, nullptr);
     EXPECT_EQ(log_setup(log.get(), ".", "x.log"), 1);
-    EXPECT_STREQ(log->File, "./x.log");
     log_close(log.get());
     EXPECT_EQ(files(), "x.log=Error: one 1|Error: two| ");
     EXPECT_EQ(EmsgLog, nullptr);

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <csignal>
 
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -30,13 +29,12 @@ namespace {
 // Reads all that a program shows and gives the answers, until it ends or goes beyond all bounds.
 Session converse(pid_t pid, int terminal, const Answers &answers)
 {
-    constexpr size_t output_limit = 1'000'000;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     std::string shown;
     size_t seen = 0;
     auto next = answers.begin();
     bool ended = false;
-    while (!ended && shown.size() < output_limit && std::chrono::steady_clock::now() < deadline) {
+    while (!ended && shown.size() < 1'000'000 && std::chrono::steady_clock::now() < deadline) {
         pollfd ready = {.fd = terminal, .events = POLLIN, .revents = 0};
         if (::poll(&ready, 1, 1000) <= 0)
             continue;
@@ -66,8 +64,7 @@ Session converse(pid_t pid, int terminal, const Answers &answers)
 
 Session run_piped(const Program &program, const std::string &input)
 {
-    std::array<int, 2> to;
-    std::array<int, 2> from;
+    std::array<int, 2> to, from;
     EXPECT_EQ(::pipe(to.data()) | ::pipe(from.data()), 0);
     // A pipe takes far more at once than any case types.
     EXPECT_EQ(::write(to[1], input.data(), input.size()), std::ssize(input));
