@@ -96,38 +96,6 @@ TEST_F(CopyTest, ReferencesAreFilledInOnceAndFieldsAreSplit)
     EXPECT_EQ(shown(Text(replace_vars(load("").get(), full.c_str())).get()).size(), 9999U);
 }
 
-TEST_F(CopyTest, CopyingAndRemovingGiveTheExpectedTree)
-{
-    const struct {
-        std::string line, result, tree; // tree: "" when nothing changes
-    } rows[] = {
-        {"CopyFile s/* - d/to", "1 2 2 ", "to/|to/A.cfg=1|to/b=1|too/|x.keep="},
-        {"CopyFile s/b - d/t*", "1 2 2 ", "to/|to/b=1|too/|too/b=1|x.keep="},
-        {"CopyFile s/b too,x d/*", "1 1 1 ", "to/|to/b=1|too/|x.keep="},
-        {"CopyDir s/* *.CFG,o* d/to", "1 3 2 ", "to/|to/b=1|to/sub/|to/sub/A.cfg=1|too/|x.keep="},
-        {"CopyDir s/o* - d/to", "1 2 1 ", "to/|to/o\\p/|to/o\\p/x=1|too/|x.keep="},
-        {"CopyDir ./d - d/too", "1 4 0 ",
-         "to/|too/|too/d/|too/d/to/|too/d/too/|too/d/x.keep=|x.keep="},
-        {"CopyFile s/b - d/to/", "0 0 0 No destination directories found", ""},
-        {"RmFile d/* t*", "1 1 0 ", "to/|too/"},
-        {"RmDir d/* *.KEEP,to", "1 1 0 ", "to/|x.keep="},
-        {"RmDir d/t* -", "1 2 0 ", "x.keep="},
-        // What fails to be made, written or renamed is tried as a copy.
-        {"Rename s/b d/to", "1 1 1 ", "to/|to/b=1|too/|x.keep="},
-        {"Ini s/b d/to", "1 1 1 ", "to/|to/b=1|too/|x.keep="},
-        {"Rename s/x d/no", "0 0 0 Error renaming 's/x'->'d/no', No such file or directory, ", ""}};
-    for (const auto &row : rows) {
-        fs::remove_all("s");
-        fs::remove_all("d");
-        for (const char *name : {"s/A.cfg", "s/b", "s/o\\p/x", "s/sub/A.cfg", "s/sub/a.CFG"})
-            write_text(name, "1");
-        write_text("d/x.keep", "");
-        ASSERT_TRUE(fs::create_directory("d/to") && fs::create_directory("d/too"));
-        EXPECT_EQ(run(row.line).substr(0, row.result.size()), row.result) << row.line;
-        EXPECT_EQ(joined(tree_of("d")), row.tree.empty() ? "to/|too/|x.keep=" : row.tree);
-    }
-}
-
 TEST_F(CopyTest, ModesAndOwnersReachWholeTrees)
 {
     write_text("t/d/f", "");

@@ -127,7 +127,7 @@ TEST_P(WrittenDown, GoesWordForWord)
 
 INSTANTIATE_TEST_SUITE_P(Dialogue, WrittenDown,
                          ::testing::Values("menu", "options", "missing", "steps", "answers", "end",
-                                           "outcome", "prompts", "commands"),
+                                           "outcome", "prompts", "commands", "trees"),
                          [](const auto &chosen) { return std::string(chosen.param); });
 
 // --- Dialogues that need more than text ---------------------------------------------------------
