@@ -18,6 +18,7 @@ TEST(Array, TheCursorGoesOverItemsInTheirOrder)
         return items;
     };
     EXPECT_EQ(read(1), "-");
+    array_setup(array, 2, 3);
     for (int item = 0; item < 11; item++)
         EXPECT_EQ(array_add(array, &letters[item]), 1);
     array_start(array);
@@ -27,6 +28,8 @@ TEST(Array, TheCursorGoesOverItemsInTheirOrder)
     array_goto(array, 2);
     array_prev(array);
     EXPECT_EQ(read(1), "b");
+    EXPECT_EQ(array_add_num(array, &letters[11], 1), 1);
+    EXPECT_EQ(array_get_num(array, 1), &letters[11]);
 }
 
 } // namespace

@@ -42,6 +42,9 @@ TEST_F(InitTest, LinesBecomeItems)
         "Copy\nSpoon a b - -\ncopy a b - -\nExist " +
         std::string(990, 'p') + " b c\nCopy a b - -\nRFile a b -\n");
     std::string items;
+    for (const auto move : {init_start, init_next, init_prev})
+        move(script.get());
+    EXPECT_EQ(init_get(script.get()), init_get_num(script.get(), 0));
     for (pIItem item = init_get_num(script.get(), 0); item; item = init_get(script.get()))
         items += std::to_string(item->mode) + item->a + item->b +
                  (item->control ? item->control : "") + (item->compare ? item->compare : "") + "|";

@@ -92,6 +92,18 @@ TEST(LibFormat, CutsFieldsAndLiteralsDifferently)
 
 // --- Paths ----------------------------------------------------------------------------------
 
+TEST(LibPaths, AreTakenApart)
+{
+    char path[path_size] = "a\\b/c.tar.gz";
+    char part[path_size];
+    EXPECT_EQ(numbered(get_ext(part, path, 5), part), "4:tar.");
+    EXPECT_STREQ(strip_ext(path), "a\\b/c.tar");
+    EXPECT_STREQ(strip_path(path), "c.tar");
+    EXPECT_EQ(shown(spre(path, "b/", 7)) + shown(spre(path, "b/", 8)), "(null)b/c.tar");
+    EXPECT_EQ(shown(strip_file(path, part, path_size)) + part, "bc.tar");
+    EXPECT_STREQ(Text(sadd(smake("abc", 3), "c")).get(), "abc");
+}
+
 TEST(LibPaths, AreJoined)
 {
     char path[path_size];
@@ -147,17 +159,9 @@ TEST(LibWildcards, AgreeWithTheirMeaningInNoTime)
         ASSERT_EQ(folded, meant(text, pattern));
     }
     EXPECT_EQ(wmatch(std::string(50'000, 'a').c_str(), "*a?*a?*a?*a?*a?*a?*a?*a?*a?*a?*b", 1), 0);
+    EXPECT_TRUE(wild_list("a b,c", "x\t,,c") && !wild_list("ab", "a b") && !wild_list("", ""));
     // What the meaning above leaves open: bytes that are no ASCII, and brackets.
     EXPECT_TRUE(!wmatch("\xC4", "\xE4", 0) && wild_match("[a]", "[a]") && !wild_match("a", "[a]"));
-}
-
-TEST(LibWildcards, MatchInLists)
-{
-    const auto in_list = [](const Fields &row) {
-        return numbered(wild_list(row.text(0), row.text(1)),
-                        wild_ilist(row.text(0), row.text(1)) ? "1" : "0");
-    };
-    expect_rows({"r.TXT|*.doc, *.txt=>0:1", "a b,c|x\t,,c=>1:1", "ab|a b=>0:0", "|=>0:0"}, in_list);
 }
 
 // --- Files of text --------------------------------------------------------------------------

@@ -17,6 +17,8 @@ TEST_F(Tcp, TellsWhoThisMachineIs)
     EXPECT_STREQ(tcp_hostname(text, 2), "1") << "no room for a name, and little for the fallback";
     EXPECT_EQ(new_errors(), "Gethostname failed, File name too long");
     EXPECT_STREQ(tcp_getipbyname("127.0.0.1", text, line_size), "127.0.0.1");
+    EXPECT_EQ(tcp_getipbyname("", text, line_size), nullptr);
+    EXPECT_TRUE(tcp_isip("1.2.3.40") && !tcp_isip("1.2.3.x"));
 }
 
 } // namespace
