@@ -44,7 +44,7 @@ TEST_F(InitTest, LinesBecomeItems)
     std::string items;
     for (const auto move : {init_start, init_next, init_prev})
         move(script.get());
-    EXPECT_EQ(init_get(script.get()), init_get_num(script.get(), 0));
+    EXPECT_STREQ(init_get(script.get())->compare, "d");
     for (pIItem item = init_get_num(script.get(), 0); item; item = init_get(script.get()))
         items += std::to_string(item->mode) + item->a + item->b +
                  (item->control ? item->control : "") + (item->compare ? item->compare : "") + "|";
