@@ -14,7 +14,7 @@
 std::string take_piece(std::string_view &input);
 
 // The input with paths that stay where they are: no ".." and a '/' only behind the name "d". Empty
-// for more than four CopyDir commands: each may double a tree.
+// when each CopyDir into what a wildcard finds could double the tree too often.
 std::string tame(const std::uint8_t *bytes, size_t size);
 
 // Empties /tmp and makes a new working directory there, with the same text in f, d/f and d/e/g.
