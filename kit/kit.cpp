@@ -1,0 +1,88 @@
+#include "kit.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "lib.h"
+
+namespace {
+
+int run_help(int argc, char **argv);
+
+constexpr Subcommand subcommands[] = {
+    {"help", "[SUBCOMMAND]", "shows how a subcommand is called", run_help},
+};
+
+void print_usage(std::FILE *to, const Subcommand &command)
+{
+    std::fprintf(to, "usage: product-kit %s %s\n", command.word, command.arguments);
+}
+
+void print_overview(std::FILE *to)
+{
+    std::fputs("usage: product-kit SUBCOMMAND [ARGUMENT ...]\n\n", to);
+    for (const Subcommand &command : subcommands)
+        std::fprintf(to, "  %-10s %s\n", command.word, command.purpose);
+}
+
+int run_help(int argc, char **argv)
+{
+    if (argc < 2) {
+        print_overview(stdout);
+        return kit_done;
+    }
+    const Subcommand *command = find_word(subcommands, argv[1], std::strcmp);
+    if (!command)
+        return unable("there is no subcommand '%s'", argv[1]);
+    print_usage(stdout, *command);
+    std::printf("%s\n", command->purpose);
+    return kit_done;
+}
+
+bool is_help(const char *word)
+{
+    return std::strcmp(word, "--help") == 0 || std::strcmp(word, "-h") == 0;
+}
+
+} // namespace
+
+const Subcommand *kit_subcommand(unsigned number)
+{
+    return number < std::size(subcommands) ? &subcommands[number] : nullptr;
+}
+
+int run_kit(int argc, char **argv)
+{
+    if (argc < 2) {
+        print_overview(stderr);
+        return kit_unable;
+    }
+    if (is_help(argv[1]))
+        return run_help(1, argv);
+    const Subcommand *command = find_word(subcommands, argv[1], std::strcmp);
+    if (!command)
+        return unable("there is no subcommand '%s'; 'product-kit help' lists them", argv[1]);
+    if (argc > 2 && is_help(argv[2]))
+        return run_help(2, argv);
+    return command->run(argc - 1, argv + 1);
+}
+
+int unable(const char *format, ...)
+{
+    std::fputs("product-kit: ", stderr);
+    va_list arguments;
+    va_start(arguments, format);
+    std::vfprintf(stderr, format, arguments);
+    va_end(arguments);
+    std::fputc('\n', stderr);
+    return kit_unable;
+}
+
+int misused(const char *word)
+{
+    if (const Subcommand *command = find_word(subcommands, word, std::strcmp))
+        print_usage(stderr, *command);
+    return kit_unable;
+}
