@@ -22,7 +22,7 @@ install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} OPTIONA
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 file(GLOB pages CONFIGURE_DEPENDS docs/*.md)
 install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
-install(DIRECTORY examples/guestbook DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(DIRECTORY examples/guestbook examples/starter DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(DIRECTORY editors/vim/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vim/vimfiles)
 
 # For programs that build on the modules: find_package(product-install) gives the target
