@@ -6,8 +6,6 @@
 #include "installer.h"
 #include "log.h"
 
-int installer_main(int argc, char **argv);
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t size)
 {
     const std::string text = tame(bytes, size);
@@ -27,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t size)
     automate = options.starts_with('a');
     char words[][10] = {"./install", "-special", "task"};
     char *arguments[] = {words[0], words[1], words[2], nullptr};
-    require(installer_main(options.ends_with("s\n") ? 3 : 1, arguments) == 0, "it exits with 0");
+    require(run_installer(options.ends_with("s\n") ? 3 : 1, arguments) == 0, "it exits with 0");
     text_free(&special_mode);
     return 0;
 }

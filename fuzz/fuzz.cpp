@@ -74,7 +74,7 @@ void add_settings(Ini *ini, std::string text)
             ini_add_name(ini, name, line);
 }
 
-std::string filled_in(const Ini *ini, std::string_view text, bool keep_unknown)
+std::string filled_in(Ini *ini, std::string_view text, bool keep_unknown)
 {
     std::string result;
     for (size_t at = text.find("$("); at != text.npos; at = text.find("$(")) {

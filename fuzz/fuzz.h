@@ -26,7 +26,7 @@ void write_file(const char *path, std::string_view text);
 void add_settings(Ini *ini, std::string text);
 
 // The text with its references filled in, in the plainest way and without a limit.
-std::string filled_in(const Ini *ini, std::string_view text, bool keep_unknown);
+std::string filled_in(Ini *ini, std::string_view text, bool keep_unknown);
 
 // Puts the modules' process-wide state back to that of a new process: no callbacks, no data file,
 // and a log that goes nowhere. It is at debug level, which takes time, for every 16th input size.

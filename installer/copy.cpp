@@ -15,7 +15,7 @@
 
 namespace {
 
-char *last_error = nullptr;
+LastError last_error;
 
 constexpr unsigned more_commands = 5;
 
@@ -402,7 +402,7 @@ namespace {
 
 // Whether the controlling setting lets a command run. Unlike questions, texts are compared here
 // without regard to case.
-bool is_wanted(const copy_cmd &command, const Ini *ini)
+bool is_wanted(const copy_cmd &command, Ini *ini)
 {
     const char *control = ini_value_name(ini, command.control);
     if (!control)
@@ -793,13 +793,13 @@ int copy_seterror(pCopy x, unsigned index)
         return 0;
     if (!isfalse(ini_value_name(x->ini, command->source)))
         return 1;
-    s_assign(&last_error, command->dest);
+    last_error.set(command->dest);
     return 0;
 }
 
 const char *copy_error()
 {
-    return last_error ? last_error : "";
+    return last_error.text();
 }
 
 void cerror(const char *format, ...)

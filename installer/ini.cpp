@@ -42,7 +42,7 @@ bool has(const SettingList &row, SettingMode flag)
 }
 
 // Null when the setting's values are locked against reading.
-Item *readable_item(const Ini *ini, int index)
+Item *readable_item(Ini *ini, int index)
 {
     Item *item = item_at(ini, index);
     const bool locked = item && has(ini, Ini_UseLock) && has(ini->list[index], Ini_Lock);
@@ -86,7 +86,7 @@ using Known = std::vector<std::optional<const char *>>;
 
 // The last association decides, even when it has no value. Every one is read, which rewinds its
 // cursor.
-const char *value_at(const Ini *ini, int index, Known &known)
+const char *value_at(Ini *ini, int index, Known &known)
 {
     const Item *item = readable_item(ini, index);
     if (!item)
@@ -377,40 +377,40 @@ SettingMode ini_setting_mode_name(const Ini *ini, const char *name)
     return ini_setting_mode(ini, ini_index(ini, name));
 }
 
-const char *ini_value(const Ini *ini, int index)
+const char *ini_value(Ini *ini, int index)
 {
     Known known;
     return value_at(ini, index, known);
 }
 
-const char *ini_value_name(const Ini *ini, const char *name)
+const char *ini_value_name(Ini *ini, const char *name)
 {
     return ini_value(ini, ini_index(ini, name));
 }
 
-const char *ini_value_or_text(const Ini *ini, const char *text)
+const char *ini_value_or_text(Ini *ini, const char *text)
 {
     const char *value = ini_value_name(ini, text);
     return value ? value : text;
 }
 
-const char *ini_value_next(const Ini *ini, int index)
+const char *ini_value_next(Ini *ini, int index)
 {
     const Item *item = readable_item(ini, index);
     return item ? static_cast<const char *>(list_get_next(item->values)) : nullptr;
 }
 
-const char *ini_value_name_next(const Ini *ini, const char *name)
+const char *ini_value_name_next(Ini *ini, const char *name)
 {
     return ini_value_next(ini, ini_index(ini, name));
 }
 
-int ini_true(const Ini *ini, int index)
+int ini_true(Ini *ini, int index)
 {
     return istrue(ini_value(ini, index));
 }
 
-int ini_false(const Ini *ini, int index)
+int ini_false(Ini *ini, int index)
 {
     return isfalse(ini_value(ini, index));
 }
@@ -486,7 +486,7 @@ bool find_reference(const char *text, Reference &reference)
     return true;
 }
 
-void ini_replace(const Ini *ini, const char *text, char *result, int size)
+void ini_replace(Ini *ini, const char *text, char *result, int size)
 {
     if (!ini || !text || !result || size < 1)
         return;

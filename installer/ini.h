@@ -4,6 +4,10 @@
 //
 // Settings are found by their exact name; of several with one name only the first is ever found.
 // Texts that a look-up returns belong to the store. Every function accepts a null store.
+//
+// Each setting has one cursor, which all readers share and which decides where an added value goes:
+// reading a value moves it, so that a later addition comes first. That is why readers of values
+// take a store that is not const.
 #pragma once
 
 #include <cstdint>
@@ -112,19 +116,19 @@ SettingMode ini_setting_mode_name(const Ini *ini, const char *name);
 
 // The first value of a setting: its own, else that of its last association. Null when there is
 // none. Moves the setting's value cursor to the start.
-const char *ini_value(const Ini *ini, int index);
-const char *ini_value_name(const Ini *ini, const char *name);
+const char *ini_value(Ini *ini, int index);
+const char *ini_value_name(Ini *ini, const char *name);
 
 // The value of the setting that a text names, or, when there is none, the text itself.
-const char *ini_value_or_text(const Ini *ini, const char *text);
+const char *ini_value_or_text(Ini *ini, const char *text);
 
 // The setting's next own value; null at the end.
-const char *ini_value_next(const Ini *ini, int index);
-const char *ini_value_name_next(const Ini *ini, const char *name);
+const char *ini_value_next(Ini *ini, int index);
+const char *ini_value_name_next(Ini *ini, const char *name);
 
 // istrue and isfalse of a setting's value.
-int ini_true(const Ini *ini, int index);
-int ini_false(const Ini *ini, int index);
+int ini_true(Ini *ini, int index);
+int ini_false(Ini *ini, int index);
 
 // Add a copy of a value: 1 added, -1 refused by a mode, 0 for nulls, an invalid index or an unknown
 // name that may not be made. The value goes in at the setting's cursor: behind the others after
@@ -148,7 +152,7 @@ int ini_add_array(Ini *ini, int index, Array *values);
 // Writes the text with each $(name) replaced by the setting's value, or dropped when there is none,
 // cut to size - 1 characters. One pass: inserted values are not looked at again. Nulls leave the
 // result untouched.
-void ini_replace(const Ini *ini, const char *text, char *result, int size);
+void ini_replace(Ini *ini, const char *text, char *result, int size);
 
 // The first $(name) in a text.
 struct Reference {

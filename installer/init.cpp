@@ -16,7 +16,7 @@
 
 namespace {
 
-char *last_error = nullptr;
+LastError last_error;
 
 using PendingItem = Owned<init_item, init_item_free>;
 
@@ -102,7 +102,7 @@ constexpr command_word command_words[] = {
 };
 
 // An item without a comparison always runs; one that compares nothing never does.
-bool is_wanted(const init_item &item, const Ini *ini)
+bool is_wanted(const init_item &item, Ini *ini)
 {
     return !item.compare ||
            (item.control && s_strcmp(ini_value_or_text(ini, item.control), item.compare) == 0);
@@ -178,7 +178,7 @@ int init_load(pInit script, const char *file)
 
 const char *init_error()
 {
-    return last_error ? last_error : "";
+    return last_error.text();
 }
 
 void init_seterror(const char *format, ...)
@@ -188,7 +188,7 @@ void init_seterror(const char *format, ...)
     va_start(arguments, format);
     vlprintf(message, line_size, format, arguments);
     va_end(arguments);
-    s_assign(&last_error, message);
+    last_error.set(message);
 }
 
 pIItem init_get_num(pInit script, int n)

@@ -35,6 +35,12 @@ void product_file(char (&path)[path_size], const char *extension)
         scpy(path, name);
 }
 
+// True when nobody will answer (any more).
+bool nobody_is_there()
+{
+    return automate || input_ended();
+}
+
 } // namespace
 
 // --- The command line ------------------------------------------------------------------------
@@ -102,74 +108,16 @@ void process_args(Log *log, char **argv, int argc)
             known->take(log, line);
 }
 
-// --- Screens ---------------------------------------------------------------------------------
-
-namespace {
-
-const char *product_name(const Ini *ini)
-{
-    const char *name = ini_value_name(ini, "product");
-    return name ? name : "NONAME";
-}
-
-} // namespace
-
-void print_header(const Ini *ini)
-{
-    const char *rule = "======================================================\n";
-    say("%s", rule);
-    say("             Welcome to the %s installer\n", product_name(ini));
-    say(" You will be asked a series of questions, for each a\n");
-    say(" default answer will be provided (thus), to accept the\n");
-    say(" default simply press <enter>, otherwise enter a new\n");
-    say(" answer and press <enter>\n");
-    say("%s", rule);
-}
-
-void print_menu(const Ini *ini)
-{
-    const char *name = product_name(ini);
-    say("\n");
-    say("1. Install %s\n", name);
-    say("2. Upgrade %s\n", name);
-    say("3. Remove %s\n", name);
-    say("4. Exit\n");
-}
-
-void print_blurb(const Ini *ini)
-{
-    LineReader reader("blurb.txt");
-    if (!reader.is_open())
-        return;
-    say("\n");
-    while (const char *line = reader.next()) {
-        char text[line_size];
-        ini_replace(ini, line, text, line_size);
-        say("%s\n", text);
-    }
-}
-
 // --- Asking a section's questions ------------------------------------------------------------
 
 namespace {
-
-// What tells one flow from another.
-struct flow {
-    const char *title;   // shown first; may show the section
-    const char *section; // of the question file and of the copy script
-    const char *heading; // shown before the dots of the copy script
-    const char *success; // shown with the counts
-    bool counts_bytes;   // and not only files
-    bool stop_on_fail;
-    bool expands_errors; // fills in the references of an Error step's text
-};
 
 // One walk over a section's questions.
 struct Dialogue {
     const flow &kind;
     Ini *ini;
     pQuestions set;
-    int index;             // of the question that comes next
+    unsigned next;         // the question that comes next
     char reply[line_size]; // kept from question to question
     int steps_back;        // since a question was last put to a person
 };
@@ -178,18 +126,15 @@ struct Dialogue {
 using Step = std::optional<flow_result>;
 constexpr std::nullopt_t go_on = std::nullopt;
 
-Step step_copy(Dialogue &dialogue)
+Step step_copy(Dialogue &dialogue, unsigned index)
 {
-    const char *source = quest_text(dialogue.set, static_cast<unsigned>(dialogue.index));
-    const char *target = quest_setting(dialogue.set, static_cast<unsigned>(dialogue.index));
-    ini_add_name(dialogue.ini, target, ini_value_name(dialogue.ini, source));
-    dialogue.index++;
+    ini_add_name(dialogue.ini, quest_setting(dialogue.set, index),
+                 ini_value_name(dialogue.ini, quest_text(dialogue.set, index)));
     return go_on;
 }
 
-Step step_exist(Dialogue &dialogue)
+Step step_exist(Dialogue &dialogue, unsigned index)
 {
-    const auto index = static_cast<unsigned>(dialogue.index++);
     char path[line_size] = "";
     ini_replace(dialogue.ini, quest_text(dialogue.set, index), path, line_size);
     ini_add_name(dialogue.ini, quest_setting(dialogue.set, index),
@@ -202,9 +147,8 @@ bool is_refused(const Dialogue &dialogue, unsigned index)
     return isfalse(ini_value_name(dialogue.ini, quest_setting(dialogue.set, index)));
 }
 
-Step step_error(Dialogue &dialogue)
+Step step_error(Dialogue &dialogue, unsigned index)
 {
-    const auto index = static_cast<unsigned>(dialogue.index++);
     if (!is_refused(dialogue, index))
         return go_on;
     char text[line_size];
@@ -215,11 +159,10 @@ Step step_error(Dialogue &dialogue)
     return flow_failed;
 }
 
-Step step_loop(Dialogue &dialogue)
+Step step_loop(Dialogue &dialogue, unsigned index)
 {
-    const auto index = static_cast<unsigned>(dialogue.index++);
     if (is_refused(dialogue, index))
-        dialogue.index = std::max(0, s_atoi(quest_text(dialogue.set, index)));
+        dialogue.next = static_cast<unsigned>(std::max(0, s_atoi(quest_text(dialogue.set, index))));
     return go_on;
 }
 
@@ -236,12 +179,11 @@ bool is_asked(const Dialogue &dialogue, unsigned index)
 }
 
 // The same question comes again, unless nobody is there to answer it.
-Step reject_answer()
+Step reject_answer(Dialogue &dialogue, unsigned index)
 {
     say("Error: %s, please try again\n", quest_error());
-    if (automate || input_ended())
-        return flow_failed;
-    return go_on;
+    dialogue.next = index;
+    return nobody_is_there() ? Step(flow_failed) : go_on;
 }
 
 // Gets an answer into the reply; false when there is none that could be judged.
@@ -257,36 +199,32 @@ bool get_answer(Dialogue &dialogue, unsigned index)
     return answered != 0;
 }
 
-Step step_back(Dialogue &dialogue)
+Step step_back(Dialogue &dialogue, unsigned index)
 {
     if (input_ended())
         return flow_failed;
-    dialogue.index = std::max(0, dialogue.index - 1);
+    dialogue.next = index > 0 ? index - 1 : 0;
     return go_on;
 }
 
-Step step_question(Dialogue &dialogue)
+Step step_question(Dialogue &dialogue, unsigned index)
 {
-    const auto index = static_cast<unsigned>(dialogue.index);
-    if (!is_asked(dialogue, index)) {
-        dialogue.index++;
+    if (!is_asked(dialogue, index))
         return go_on;
-    }
     if (!get_answer(dialogue, index))
-        return reject_answer();
+        return reject_answer(dialogue, index);
     if (s_stricmp(dialogue.reply, "q") == 0)
         return flow_menu;
     if (s_stricmp(dialogue.reply, "b") == 0)
-        return step_back(dialogue);
+        return step_back(dialogue, index);
     if (!quest_answer(dialogue.set, index, dialogue.reply))
-        return reject_answer();
-    dialogue.index++;
+        return reject_answer(dialogue, index);
     return go_on;
 }
 
 struct automatic_step {
     QType type;
-    Step (*run)(Dialogue &dialogue);
+    Step (*run)(Dialogue &dialogue, unsigned index);
 };
 
 constexpr automatic_step automatic_steps[] = {
@@ -296,28 +234,29 @@ constexpr automatic_step automatic_steps[] = {
     {QLoop, step_loop},
 };
 
+// The step after it is the next question, unless it decides otherwise.
 Step take_step(Dialogue &dialogue)
 {
-    const QType type = quest_type(dialogue.set, static_cast<unsigned>(dialogue.index));
+    const unsigned index = dialogue.next++;
+    const QType type = quest_type(dialogue.set, index);
     for (const automatic_step &step : automatic_steps)
         if (step.type == type)
-            return step.run(dialogue);
-    return step_question(dialogue);
+            return step.run(dialogue, index);
+    return step_question(dialogue, index);
 }
 
 flow_result ask_all(Dialogue &dialogue)
 {
     constexpr int steps_back_most = 1000;
-    const auto count = static_cast<int>(quest_count(dialogue.set));
-    dialogue.index = 0;
+    dialogue.next = 0;
     dialogue.steps_back = 0;
-    while (dialogue.index < count) {
-        const int before = dialogue.index;
+    while (dialogue.next < quest_count(dialogue.set)) {
+        const unsigned before = dialogue.next;
         if (const Step ended = take_step(dialogue))
             return *ended;
-        if (dialogue.index <= before && ++dialogue.steps_back > steps_back_most) {
+        if (dialogue.next <= before && ++dialogue.steps_back > steps_back_most) {
             emsg("More than %d steps back without a question, section '%s' given up",
-                 steps_back_most, dialogue.kind.section);
+                 steps_back_most, dialogue.set->section);
             return flow_failed;
         }
     }
@@ -332,22 +271,24 @@ bool wants_changes(Dialogue &dialogue)
     return read_input(dialogue.reply, line_size) && istrue(s_strtrm(dialogue.reply));
 }
 
-flow_result ask_section(const flow &kind, Ini *ini, const char *path)
+flow_result ask_section(const flow &kind, const char *section, Ini *ini, const char *path)
 {
     const Owned<questions, quest_free> set(quest_init(ini));
-    say(kind.title, kind.section);
-    if (!quest_load(set.get(), path, kind.section)) {
+    say("[%s]\n", kind.title ? kind.title : section);
+    if (!quest_load(set.get(), path, section)) {
         emsg("Error loading questions");
         return flow_failed;
     }
     Dialogue dialogue = {
-        .kind = kind, .ini = ini, .set = set.get(), .index = 0, .reply = "", .steps_back = 0};
+        .kind = kind, .ini = ini, .set = set.get(), .next = 0, .reply = "", .steps_back = 0};
     flow_result result = flow_ended;
     do
         result = ask_all(dialogue);
     while (result == flow_ended && wants_changes(dialogue));
     return result;
 }
+
+} // namespace
 
 // --- Running a section's copy script ---------------------------------------------------------
 
@@ -362,99 +303,177 @@ void printerror(char *, char *, int)
     say("\nError: %s\n", std::strerror(errno));
 }
 
-void run_script(const flow &kind, Ini *ini, const char *path)
+namespace {
+
+void run_script(const flow &kind, const char *section, Ini *ini, const char *path)
 {
     const Owned<copy, copy_free> script(copy_init(ini));
     copy_setup(script.get(), printdot, printerror);
-    if (!copy_load(script.get(), path, kind.section))
+    if (!copy_load(script.get(), path, section))
         return;
-    say("%s", kind.heading);
+    say("%s[", kind.heading);
     unsigned long files = 0;
     unsigned long bytes = 0;
     unsigned long *counted_bytes = kind.counts_bytes ? &bytes : nullptr;
-    if (!copy_process(script.get(), &files, counted_bytes, kind.stop_on_fail))
-        say("]\nFailed, %s", copy_error());
-    else if (kind.counts_bytes)
-        say(kind.success, static_cast<int>(bytes), static_cast<int>(files));
+    if (copy_process(script.get(), &files, counted_bytes, kind.stops_on_fail))
+        kind.tell_success(static_cast<int>(files), static_cast<int>(bytes));
     else
-        say(kind.success, static_cast<int>(files));
+        say("]\nFailed, %s", copy_error());
 }
+
+// --- The flows -------------------------------------------------------------------------------
 
 flow_result run_flow(const flow &kind, Ini *ini)
 {
+    const char *section = kind.section ? kind.section : special_mode;
     char path[path_size];
     product_file(path, ".q");
-    const flow_result result = ask_section(kind, ini, path);
+    const flow_result result = ask_section(kind, section, ini, path);
     if (result == flow_ended) {
         product_file(path, ".cpy");
-        run_script(kind, ini, path);
+        run_script(kind, section, ini, path);
     }
     return result;
 }
 
-constexpr flow install_flow = {
-    .title = "[Install]\n",
-    .section = "install",
-    .heading = "Copying files[",
-    .success = "]\nSuccess %d bytes in %d files copied\n",
-    .counts_bytes = true,
-    .stop_on_fail = true,
-    .expands_errors = false,
-};
+void tell_copied(int files, int bytes)
+{
+    say("]\nSuccess %d bytes in %d files copied\n", bytes, files);
+}
 
-constexpr flow upgrade_flow = {
-    .title = "[Upgrade]\n",
-    .section = "upgrade",
-    .heading = "Copying files[",
-    .success = "]\nSuccess %d bytes in %d files copied\n",
-    .counts_bytes = true,
-    .stop_on_fail = true,
-    .expands_errors = true,
-};
+void tell_removed(int files, int)
+{
+    say("]\n Success %d files removed\n", files);
+}
 
-constexpr flow remove_flow = {
-    .title = "[Remove]\n",
-    .section = "remove",
-    .heading = "Removing files[",
-    .success = "]\n Success %d files removed\n",
-    .counts_bytes = false,
-    .stop_on_fail = false,
-    .expands_errors = false,
-};
-
-// Its section is the tag of the command line.
-constexpr flow special_flow = {
-    .title = "[%s]\n",
-    .section = nullptr,
-    .heading = "Executing[",
-    .success = "]\n Success %d files done.\n",
-    .counts_bytes = false,
-    .stop_on_fail = false,
-    .expands_errors = false,
-};
+void tell_done(int files, int)
+{
+    say("]\n Success %d files done.\n", files);
+}
 
 } // namespace
 
+constexpr flow flows[4] = {
+    {.title = "Install",
+     .section = "install",
+     .heading = "Copying files",
+     .tell_success = tell_copied,
+     .counts_bytes = true,
+     .stops_on_fail = true,
+     .expands_errors = false},
+    {.title = "Upgrade",
+     .section = "upgrade",
+     .heading = "Copying files",
+     .tell_success = tell_copied,
+     .counts_bytes = true,
+     .stops_on_fail = true,
+     .expands_errors = true},
+    {.title = "Remove",
+     .section = "remove",
+     .heading = "Removing files",
+     .tell_success = tell_removed,
+     .counts_bytes = false,
+     .stops_on_fail = false,
+     .expands_errors = false},
+    {.title = nullptr,
+     .section = nullptr,
+     .heading = "Executing",
+     .tell_success = tell_done,
+     .counts_bytes = false,
+     .stops_on_fail = false,
+     .expands_errors = false},
+};
+
 int install_product(Ini *ini)
 {
-    return run_flow(install_flow, ini);
+    return run_flow(flows[0], ini);
 }
 
 int upgrade_product(Ini *ini)
 {
-    return run_flow(upgrade_flow, ini);
+    return run_flow(flows[1], ini);
 }
 
 int remove_product(Ini *ini)
 {
-    return run_flow(remove_flow, ini);
+    return run_flow(flows[2], ini);
 }
 
 int do_special(Ini *ini)
 {
-    flow kind = special_flow;
-    kind.section = special_mode;
-    return run_flow(kind, ini);
+    return run_flow(flows[3], ini);
+}
+
+// --- Screens ---------------------------------------------------------------------------------
+
+namespace {
+
+const char *product_name(Ini *ini)
+{
+    const char *name = ini_value_name(ini, "product");
+    return name ? name : "NONAME";
+}
+
+enum menu_choice : int {
+    choose_install = 1,
+    choose_upgrade,
+    choose_remove,
+    choose_exit,
+    choose_special,
+};
+
+// What can be chosen.
+struct menu_entry {
+    menu_choice choice;
+    const char *word;     // null: not shown, as it is meant for -special
+    int (*run)(Ini *ini); // null: the run is over
+    bool leads_back;      // to the menu, when the flow is left with "q"
+    bool ends_with_blurb;
+};
+
+constexpr menu_entry menu_entries[] = {
+    {choose_install, flows[0].title, install_product, true, true},
+    {choose_upgrade, flows[1].title, upgrade_product, true, false},
+    {choose_remove, flows[2].title, remove_product, true, false},
+    {choose_exit, "Exit", nullptr, false, false},
+    {choose_special, nullptr, do_special, false, false},
+};
+
+} // namespace
+
+void print_header(Ini *ini)
+{
+    const char *rule = "======================================================\n";
+    say("%s", rule);
+    say("             Welcome to the %s installer\n", product_name(ini));
+    say(" You will be asked a series of questions, for each a\n");
+    say(" default answer will be provided (thus), to accept the\n");
+    say(" default simply press <enter>, otherwise enter a new\n");
+    say(" answer and press <enter>\n");
+    say("%s", rule);
+}
+
+void print_menu(Ini *ini)
+{
+    say("\n");
+    for (const menu_entry &entry : menu_entries)
+        if (entry.word && entry.run)
+            say("%d. %s %s\n", entry.choice, entry.word, product_name(ini));
+        else if (entry.word)
+            say("%d. %s\n", entry.choice, entry.word);
+}
+
+void print_blurb(Ini *ini)
+{
+    LineReader reader("blurb.txt");
+    if (!reader.is_open())
+        return;
+    say("\n");
+    while (const char *line = reader.next()) {
+        char text[line_size];
+        ini_replace(ini, line, text, line_size);
+        say("%s\n", text);
+    }
 }
 
 // --- The menu --------------------------------------------------------------------------------
@@ -479,45 +498,38 @@ bool choose(int standard, int &choice)
     return true;
 }
 
-// Nobody is there to choose again when a flow goes back to the menu of an unattended run.
-bool is_final(int result)
+const menu_entry *entry_of(int choice)
 {
-    return automate || result != flow_menu;
+    const auto chosen = [choice](const menu_entry &entry) { return entry.choice == choice; };
+    const auto *entry = std::find_if(std::begin(menu_entries), std::end(menu_entries), chosen);
+    return entry == std::end(menu_entries) ? nullptr : entry;
 }
 
 // Runs a menu entry; true when the run is over.
 bool run_choice(int choice, Ini *ini)
 {
-    switch (choice) {
-    case 1: {
-        const int result = install_product(ini);
-        if (result != flow_menu)
-            print_blurb(ini);
-        return is_final(result);
-    }
-    case 2:
-        return is_final(upgrade_product(ini));
-    case 3:
-        return is_final(remove_product(ini));
-    case 4:
-        return true;
-    case 5:
-        do_special(ini);
-        return true;
-    default:
+    const menu_entry *entry = entry_of(choice);
+    if (!entry) {
         say("That is not a recognised option, please try again\n");
         return false;
     }
+    const int result = entry->run ? entry->run(ini) : flow_ended;
+    // Nobody is there to choose again in an unattended run.
+    if (result == flow_menu && entry->leads_back)
+        return automate;
+    if (entry->ends_with_blurb)
+        print_blurb(ini);
+    return true;
 }
 
 void run_menu(Ini *ini)
 {
-    constexpr int special_choice = 5;
-    const int standard = s_strcmp(ini_value_name(ini, "action"), "upgrade") == 0 ? 2 : 1;
+    const bool upgrades = s_strcmp(ini_value_name(ini, "action"), "upgrade") == 0;
+    const menu_choice standard = upgrades ? choose_upgrade : choose_install;
     print_header(ini);
     bool finished = false;
     while (!finished) {
-        int choice = special_choice;
+        int choice = choose_special;
         if (!special_mode) {
             print_menu(ini);
             if (!choose(standard, choice))
@@ -576,7 +588,7 @@ void run(int argc, char **argv)
 
 } // namespace
 
-int main(int argc, char **argv)
+int run_installer(int argc, char **argv)
 {
     run(argc, argv);
     if (!automate) {

@@ -15,13 +15,30 @@ enum flow_result {
     flow_menu = 4,   // left with "q": back to the menu
 };
 
+// What tells one flow from another.
+struct flow {
+    const char *title;   // its word in the menu, also shown first; null: the section
+    const char *section; // of the question file and of the copy script; null: the tag of -special
+    const char *heading; // shown before the dots of the copy script
+    void (*tell_success)(int files, int bytes);
+    bool counts_bytes;   // and not files alone
+    bool stops_on_fail;  // at the first command of the copy script that fails
+    bool expands_errors; // fills in the references of an Error step's text
+};
+
+// Install, upgrade, remove and the special tasks.
+extern const flow flows[4];
+
+// The whole life of the program; returns its exit status.
+int run_installer(int argc, char **argv);
+
 // Takes the options; ends the process for "-version" and for "-special" without a tag.
 void process_args(Log *log, char **argv, int argc);
 
 // Screens: the welcome, the menu, and blurb.txt with its references filled in.
-void print_header(const Ini *ini);
-void print_menu(const Ini *ini);
-void print_blurb(const Ini *ini);
+void print_header(Ini *ini);
+void print_menu(Ini *ini);
+void print_blurb(Ini *ini);
 
 // Progress on the screen: a dot, shown at once, so that one can see the work going on; the system's
 // reason for a failure. The arguments are not looked at.

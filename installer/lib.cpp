@@ -18,6 +18,11 @@ void text_free(char **text)
     *text = nullptr;
 }
 
+void LastError::set(const char *message)
+{
+    kept.reset(s_strdup(message));
+}
+
 // --- Null-tolerant wrappers -----------------------------------------------------------------
 
 // clang-format off

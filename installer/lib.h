@@ -33,6 +33,16 @@ void text_free(char **text);
 
 using Text = Owned<char, text_free>;
 
+// A module's last error, kept as text for whoever asks.
+class LastError {
+  public:
+    const char *text() const { return kept ? kept.get() : ""; }
+    void set(const char *message);
+
+  private:
+    Text kept;
+};
+
 // Enlarges a table of plain records by `extra` zeroed ones. Returns false, with the table as it
 // was, when memory is short. The table was null or came from here; it is released with free.
 template <typename T> [[nodiscard]] bool grow_table(T *&table, size_t used, size_t extra)

@@ -14,7 +14,7 @@
 
 namespace {
 
-char *last_error = nullptr;
+LastError last_error;
 
 constexpr std::uint32_t more_questions = 5;
 
@@ -389,7 +389,7 @@ int quest_answer(const questions *set, std::uint32_t index, char *answer)
 
 const char *quest_error()
 {
-    return last_error ? last_error : "";
+    return last_error.text();
 }
 
 void quest_seterror(const char *format, ...)
@@ -401,7 +401,7 @@ void quest_seterror(const char *format, ...)
     vformat_reasoned(message, reason != 0 ? std::strerror(reason) : nullptr, format, arguments);
     va_end(arguments);
     emsg("%s", message);
-    s_assign(&last_error, message);
+    last_error.set(message);
     errno = reason;
 }
 
