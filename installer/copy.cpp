@@ -21,15 +21,6 @@ constexpr unsigned more_commands = 5;
 
 // --- The commands ----------------------------------------------------------------------------
 
-// The fields that must follow a command word, in file order. All commands but those with a message
-// may go on with a control and what to compare it with.
-enum command_field : unsigned {
-    needs_source = 1,
-    needs_not = 2,
-    needs_dest = 4,
-    has_message = 8, // the rest of the line, as it stands
-};
-
 using RunFn = int (*)(pCopy x, unsigned index, unsigned long *bytes);
 
 struct command_word {
@@ -82,17 +73,10 @@ const copy_cmd *command_at(const copy *x, unsigned index)
 
 // --- Loading ---------------------------------------------------------------------------------
 
-void release_texts(copy_cmd &command)
-{
-    for (char **text :
-         {&command.source, &command.dest, &command.not_, &command.control, &command.control_cmp})
-        text_free(text);
-}
-
 void release_commands(pCopy x)
 {
     for (unsigned index = 0; index < x->count; index++)
-        release_texts(x->list[index]);
+        copy_release(x->list[index]);
     std::free(x->list);
     x->list = nullptr;
     x->count = 0;
@@ -130,10 +114,51 @@ unsigned take_type(char **line, copy_cmd &command)
     return fields;
 }
 
-// True when the line had all its mandatory fields. Those behind a missing one are missing, too.
-bool parse_command(char *line, copy_cmd &command)
+// Loads one line. The slot of a dropped one keeps its type, which an unknown word there takes over.
+bool add_command(pCopy x, char *line, unsigned &capacity)
+{
+    dmsg("Process .cpy file line [%s]", line);
+    if (x->count == capacity) {
+        if (!grow_table(x->list, capacity, more_commands)) {
+            emsg("Memory allocation error");
+            return false;
+        }
+        capacity += more_commands;
+    }
+    copy_cmd &command = x->list[x->count];
+    if (!copy_parse(line, command)) {
+        copy_release(command);
+        return true;
+    }
+    x->count++;
+    if (x->ini)
+        copy_processpaths(x, static_cast<int>(x->count) - 1);
+    return true;
+}
+
+} // namespace
+
+const char *copy_word(unsigned number)
+{
+    return word_at(command_words, number);
+}
+
+CType copy_word_type(unsigned number)
+{
+    const command_word *row = row_at(command_words, number);
+    return row ? row->type : CType{};
+}
+
+unsigned copy_word_fields(unsigned number)
+{
+    const command_word *row = row_at(command_words, number);
+    return row ? row->fields : 0;
+}
+
+bool copy_parse(char *line, copy_cmd &command)
 {
     const unsigned fields = take_type(&line, command);
+    // Those behind a missing one are missing, too.
     bool complete = take_field(&line, &command.source, "source", "Missing copy source path");
     if (fields & needs_not)
         complete = take_field(&line, &command.not_, "not", "Missing not wildcard");
@@ -151,33 +176,11 @@ bool parse_command(char *line, copy_cmd &command)
     return true;
 }
 
-// Loads one line. The slot of a dropped one keeps its type, which an unknown word there takes over.
-bool add_command(pCopy x, char *line, unsigned &capacity)
+void copy_release(copy_cmd &command)
 {
-    dmsg("Process .cpy file line [%s]", line);
-    if (x->count == capacity) {
-        if (!grow_table(x->list, capacity, more_commands)) {
-            emsg("Memory allocation error");
-            return false;
-        }
-        capacity += more_commands;
-    }
-    copy_cmd &command = x->list[x->count];
-    if (!parse_command(line, command)) {
-        release_texts(command);
-        return true;
-    }
-    x->count++;
-    if (x->ini)
-        copy_processpaths(x, static_cast<int>(x->count) - 1);
-    return true;
-}
-
-} // namespace
-
-const char *copy_word(unsigned number)
-{
-    return word_at(command_words, number);
+    for (char **text :
+         {&command.source, &command.dest, &command.not_, &command.control, &command.control_cmp})
+        text_free(text);
 }
 
 pCopy copy_init(Ini *ini)

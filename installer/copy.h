@@ -44,8 +44,28 @@ struct copy {
 };
 using pCopy = copy *;
 
-// The command words by number, null behind the last: the manual's tables are checked against them.
+// The fields that must follow a command word, in file order. All commands but those with a message
+// may go on with a control and what to compare it with.
+enum command_field : unsigned {
+    needs_source = 1,
+    needs_not = 2,
+    needs_dest = 4,
+    has_message = 8, // the rest of the line, as it stands
+};
+
+// The command words by number, null behind the last; the kind that a word stands for and the sum of
+// its fields, 0 behind the last.
 const char *copy_word(unsigned number);
+CType copy_word_type(unsigned number);
+unsigned copy_word_fields(unsigned number);
+
+// Takes a line of a section apart, which changes it, and fills in an empty command; false when a
+// field is missing. What is wrong with the line is logged. References and "-" stay as they are
+// written. The texts go with copy_release.
+bool copy_parse(char *line, copy_cmd &command);
+
+// Releases the texts of a command; it keeps its type.
+void copy_release(copy_cmd &command);
 
 // A new, empty script bound to a store.
 [[nodiscard]] pCopy copy_init(Ini *ini);

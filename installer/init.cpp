@@ -125,9 +125,20 @@ void set_unless_dash(char **field, const char *text)
         s_assign(field, text);
 }
 
-// Takes over one line; true when it had all its fields. What a short line leaves unset stays as an
-// earlier one left it.
-bool fill_item(init_item &item, char *line)
+} // namespace
+
+const char *init_word(unsigned number)
+{
+    return word_at(command_words, number);
+}
+
+IItemMode init_word_mode(unsigned number)
+{
+    const command_word *row = row_at(command_words, number);
+    return row ? row->mode : IItemMode{};
+}
+
+bool init_parse(char *line, init_item &item)
 {
     set_mode(item, next_field(&line));
     const char *a = next_field(&line);
@@ -145,13 +156,6 @@ bool fill_item(init_item &item, char *line)
     return compare != nullptr;
 }
 
-} // namespace
-
-const char *init_word(unsigned number)
-{
-    return word_at(command_words, number);
-}
-
 pInit init_init()
 {
     return new init{.list = array_init(0)};
@@ -167,7 +171,7 @@ int init_load(pInit script, const char *file)
     while (char *line = reader.next_content()) {
         if (!pending)
             pending.reset(new init_item{});
-        if (fill_item(*pending, line) && array_add(script->list, pending.get()))
+        if (init_parse(line, *pending) && array_add(script->list, pending.get()))
             static_cast<void>(pending.release());
     }
     if (reader.is_open() && !reader.failed())

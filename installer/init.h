@@ -33,8 +33,15 @@ struct init {
 };
 using pInit = init *;
 
-// The command words by number, null behind the last: the manual's tables are checked against them.
+// The command words by number, null behind the last, and the command that a word stands for. Four
+// fields follow each of them.
 const char *init_word(unsigned number);
+IItemMode init_word_mode(unsigned number);
+
+// Takes a line apart, which changes it, and fills in an item; true when the line had all fields, so
+// that the item is complete. What the line does not set, or gives as "-", the item keeps, as short
+// lines are completed by later ones. An unknown word is logged.
+bool init_parse(char *line, init_item &item);
 
 // A new, empty script.
 [[nodiscard]] pInit init_init();

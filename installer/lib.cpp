@@ -773,11 +773,37 @@ char *next_field(char **rest)
     return *field ? field : nullptr;
 }
 
+char *section_name(char *line)
+{
+    if (!line || *line != '[')
+        return nullptr;
+    char *name = line + 1;
+    const size_t length = std::strlen(name);
+    if (length > 0 && name[length - 1] == ']')
+        name[length - 1] = '\0';
+    return name;
+}
+
 char *LineReader::next()
 {
+    // A piece that fills the buffer has its terminator in the last place, whatever bytes it holds.
+    line[line_size - 1] = ' ';
     if (!stream || !std::fgets(line, line_size, stream.get()))
         return nullptr;
+    line_number += at_line_start;
+    look_behind_piece();
     return s_strtrm(line);
+}
+
+void LineReader::look_behind_piece()
+{
+    at_line_start = line[line_size - 1] != '\0' || line[line_size - 2] == '\n';
+    cut = false;
+    if (at_line_start)
+        return;
+    const int c = std::getc(stream.get());
+    cut = c != '\n' && c != EOF;
+    std::ungetc(c, stream.get());
 }
 
 char *LineReader::next_content()
@@ -791,21 +817,12 @@ char *LineReader::next_content()
 char *SectionReader::next()
 {
     while (char *text = place == after ? nullptr : reader.next_content()) {
-        if (*text == '[') {
-            place = place == inside ? after : is_wanted(text + 1) ? inside : before;
-        } else if (place == inside) {
+        if (const char *name = section_name(text))
+            place = place == inside ? after : s_stricmp(name, section) == 0 ? inside : before;
+        else if (place == inside)
             return text;
-        }
     }
     return nullptr;
-}
-
-bool SectionReader::is_wanted(char *header) const
-{
-    const size_t length = std::strlen(header);
-    if (length > 0 && header[length - 1] == ']')
-        header[length - 1] = '\0';
-    return s_stricmp(header, section) == 0;
 }
 
 // --- The terminal ---------------------------------------------------------------------------

@@ -272,7 +272,12 @@ const Row *find_word(const Row (&table)[rows], const char *text,
     return nullptr;
 }
 
-// The word of a row by number; null behind the last.
+// A row by number, and its word; null behind the last.
+template <typename Row, size_t rows> const Row *row_at(const Row (&table)[rows], unsigned number)
+{
+    return number < rows ? &table[number] : nullptr;
+}
+
 template <typename Row, size_t rows> const char *word_at(const Row (&table)[rows], unsigned number)
 {
     return number < rows ? table[number].word : nullptr;
@@ -306,6 +311,10 @@ using Stream = Owned<FILE, s_fclose>;
 // the one that follows it and *rest moves behind that. Null, with *rest null, when none is left.
 char *next_field(char **rest);
 
+// The name in a line that is a section's header, changed in place; null for any other line. It is
+// what follows the '[', without a ']' that ends the line.
+char *section_name(char *line);
+
 // Reads a text file in pieces of at most 999 characters, a longer line coming as several.
 class LineReader {
   public:
@@ -322,9 +331,19 @@ class LineReader {
     // The next line that is neither empty nor a comment beginning with '#'; null at the end.
     char *next_content();
 
+    // About what was returned last: the number of its line in the file, from 1 on; whether the line
+    // goes on behind it, in a piece that has the same number.
+    unsigned number() const { return line_number; }
+    bool is_cut() const { return cut; }
+
   private:
+    void look_behind_piece();
+
     Stream stream;
     char line[line_size] = "";
+    unsigned line_number = 0;
+    bool at_line_start = true; // of the file, not of a piece
+    bool cut = false;
 };
 
 // Reads the lines of one [section] of a text file. Section names are compared without regard to
@@ -340,10 +359,12 @@ class SectionReader {
     // The next line with content inside the section; null at its end.
     char *next();
 
+    // As those of LineReader.
+    unsigned number() const { return reader.number(); }
+    bool is_cut() const { return reader.is_cut(); }
+
   private:
     enum Place { before, inside, after };
-
-    bool is_wanted(char *header) const;
 
     LineReader reader;
     const char *section;

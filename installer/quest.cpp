@@ -20,21 +20,13 @@ constexpr std::uint32_t more_questions = 5;
 
 // --- Loading ---------------------------------------------------------------------------------
 
-// The fields of a line in file order, behind the type word.
-enum question_field : unsigned {
-    path_first = 1, // a path and then the setting; otherwise the setting comes first
-    has_control = 2,
-    has_target = 4, // in the place of the help id
-    has_text = 8,   // the rest of the line
-};
-
 struct type_word {
     const char *word;
     QType type;
     unsigned fields;
 };
 
-constexpr unsigned asked_fields = has_control | has_text;
+constexpr unsigned asked_fields = has_control | has_help_id | has_text;
 
 constexpr type_word type_words[] = {
     {"Text", QText, asked_fields},
@@ -47,7 +39,7 @@ constexpr type_word type_words[] = {
     {"FileName", QFileName, asked_fields},
     {"Copy", QCopy, asked_fields},
     {"Exist", QXExist, path_first},
-    {"Error", QError, has_text},
+    {"Error", QError, has_help_id | has_text},
     {"Loop", QLoop, has_target},
 };
 
@@ -108,7 +100,54 @@ unsigned take_type(char **line, quest &question)
     return asked_fields;
 }
 
-bool parse_question(char *line, quest &question)
+void release_questions(pQuestions set)
+{
+    for (std::uint32_t index = 0; index < set->count; index++)
+        quest_release(set->list[index]);
+    std::free(set->list);
+    set->list = nullptr;
+    set->count = 0;
+}
+
+bool add_question(pQuestions set, char *line)
+{
+    if (set->count % more_questions == 0 && !grow_table(set->list, set->count, more_questions)) {
+        emsg("Memory allocation error");
+        return false;
+    }
+    quest &question = set->list[set->count];
+    if (quest_parse(line, question))
+        set->count++;
+    else
+        quest_release(question);
+    return true;
+}
+
+const quest *question_at(const questions *set, std::uint32_t index)
+{
+    return set && index < set->count ? &set->list[index] : nullptr;
+}
+
+} // namespace
+
+const char *quest_word(unsigned number)
+{
+    return word_at(type_words, number);
+}
+
+QType quest_word_type(unsigned number)
+{
+    const type_word *row = row_at(type_words, number);
+    return row ? row->type : QType{};
+}
+
+unsigned quest_word_fields(unsigned number)
+{
+    const type_word *row = row_at(type_words, number);
+    return row ? row->fields : 0;
+}
+
+bool quest_parse(char *line, quest &question)
 {
     const unsigned fields = take_type(&line, question);
     char **first = fields & path_first ? &question.text : &question.setting;
@@ -126,47 +165,12 @@ bool parse_question(char *line, quest &question)
     return !(fields & has_text) || take_text(line, question);
 }
 
-void release_question(quest &question)
+void quest_release(quest &question)
 {
     for (char **text : {&question.text, &question.setting, &question.control, &question.control_cmp,
                         &question.help_id})
         text_free(text);
     question = {};
-}
-
-void release_questions(pQuestions set)
-{
-    for (std::uint32_t index = 0; index < set->count; index++)
-        release_question(set->list[index]);
-    std::free(set->list);
-    set->list = nullptr;
-    set->count = 0;
-}
-
-bool add_question(pQuestions set, char *line)
-{
-    if (set->count % more_questions == 0 && !grow_table(set->list, set->count, more_questions)) {
-        emsg("Memory allocation error");
-        return false;
-    }
-    quest &question = set->list[set->count];
-    if (parse_question(line, question))
-        set->count++;
-    else
-        release_question(question);
-    return true;
-}
-
-const quest *question_at(const questions *set, std::uint32_t index)
-{
-    return set && index < set->count ? &set->list[index] : nullptr;
-}
-
-} // namespace
-
-const char *quest_word(unsigned number)
-{
-    return word_at(type_words, number);
 }
 
 pQuestions quest_init(Ini *ini)

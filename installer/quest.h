@@ -43,8 +43,27 @@ struct questions {
 };
 using pQuestions = questions *;
 
-// The type words by number, null behind the last: the manual's tables are checked against them.
+// The fields that follow a type word, in this order.
+enum question_field : unsigned {
+    path_first = 1, // a path and then the setting; otherwise the setting comes first
+    has_control = 2,
+    has_help_id = 4,
+    has_target = 8, // of a jump
+    has_text = 16,  // the rest of the line
+};
+
+// The type words by number, null behind the last; the type that a word stands for and the sum of
+// its fields, 0 behind the last.
 const char *quest_word(unsigned number);
+QType quest_word_type(unsigned number);
+unsigned quest_word_fields(unsigned number);
+
+// Takes a line of a section apart, which changes it, and fills in an empty question; false when a
+// field is missing. What is wrong with the line is logged. The texts go with quest_release.
+bool quest_parse(char *line, quest &question);
+
+// Releases the texts of a question, which is empty afterwards.
+void quest_release(quest &question);
 
 // A new, empty set bound to a store.
 [[nodiscard]] pQuestions quest_init(Ini *ini);

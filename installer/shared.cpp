@@ -56,14 +56,11 @@ bool add_built_in_rows()
            add_row("action", "install", Ini_None);
 }
 
-// The name ends at the first blank; the value is the rest as it stands.
 bool add_line(char *line)
 {
-    char *rest = line;
-    const char *name = next_field(&rest);
-    const char *value = rest ? rest + std::strspn(rest, " \t") : "";
-    dmsg("Adding '%s'='%s'", name, value);
-    return add_row(name, value, Ini_Replace);
+    const data_line parsed = data_parse(line);
+    dmsg("Adding '%s'='%s'", parsed.name, parsed.value);
+    return add_row(parsed.name, parsed.value, Ini_Replace);
 }
 
 bool read_rows(LineReader &reader)
@@ -75,6 +72,13 @@ bool read_rows(LineReader &reader)
 }
 
 } // namespace
+
+data_line data_parse(char *line)
+{
+    char *rest = line;
+    const char *name = next_field(&rest);
+    return {.name = name, .value = rest ? rest + std::strspn(rest, " \t") : ""};
+}
 
 int load_datfile(Ini *ini, const char *file)
 {

@@ -196,6 +196,25 @@ TEST_F(LibFiles, LinesAndFields)
     EXPECT_TRUE(of_directory.failed() && errno == EISDIR && !LineReader("none").is_open());
 }
 
+// A line's first character, its number in the file, and "+" when it goes on in another piece.
+TEST_F(LibFiles, LinesTellTheirNumber)
+{
+    const auto numbered_lines = [](const Fields &row) {
+        write_text("text", "[s]\n" + row[0]);
+        SectionReader reader("text", "s");
+        std::string all;
+        while (const char *line = reader.next())
+            all += *line + std::to_string(reader.number()) + (reader.is_cut() ? "+ " : " ");
+        return all;
+    };
+    const std::string x(999, 'x'), y(999, 'y');
+    expect_rows({"a\n\n#\n  b\r\nc=>a2 b5 c6 ", x + "\nb=>x2 b3 ", x + "=>x2 ",
+                 x + "y\nb=>x2+ y2 b3 ", x + y + "\nb\n=>x2+ y2 b3 ",
+                 x + y + "z\nb=>x2+ y2+ z2 b3 ", std::string(998, 'x') + "\nb=>x2 b3 ",
+                 std::string(998, 'x') + '\0' + "y\nb=>x2+ y2 b3 "},
+                numbered_lines);
+}
+
 TEST_F(LibFiles, OnlyTheFirstSectionOfItsNameIsRead)
 {
     const auto section = [](const Fields &row) {
