@@ -362,16 +362,33 @@ struct Pattern {
     char wild[path_size];
 };
 
+// True when both parts of a field fit: cut, they would name something else. Otherwise logged.
+bool fits_pattern(const char *field)
+{
+    const char *name = last_component(field);
+    if (name - field < path_size && std::strlen(name) < path_size)
+        return true;
+    errno = ENAMETOOLONG;
+    cerror("Error opening dir '%s'", field);
+    return false;
+}
+
 bool source_pattern(const copy *x, unsigned index, Pattern &pattern)
 {
-    return copy_src_path(x, index, pattern.directory, path_size) &&
-           copy_src_file(x, index, pattern.wild, path_size);
+    const char *field = copy_src(x, index);
+    if (!field || !fits_pattern(field))
+        return false;
+    copy_src_file(x, index, pattern.wild, path_size);
+    // The working directory is there even when its path does not fit.
+    if (!copy_src_path(x, index, pattern.directory, path_size))
+        scpy(pattern.directory, ".");
+    return true;
 }
 
 bool destination_pattern(const copy *x, unsigned index, Pattern &pattern)
 {
-    return copy_dst_path(x, index, pattern.directory, path_size) &&
-           copy_dst_file(x, index, pattern.wild, path_size);
+    return copy_dst_file(x, index, pattern.wild, path_size) && fits_pattern(copy_dst(x, index)) &&
+           copy_dst_path(x, index, pattern.directory, path_size);
 }
 
 } // namespace
@@ -383,8 +400,10 @@ char *copy_src_path(const copy *x, unsigned index, char *buffer, unsigned bfsz)
 
 char *copy_src_file(const copy *x, unsigned index, char *buffer, unsigned bfsz)
 {
-    const char *name = last_component(copy_src(x, index));
-    return last_part(name && !*name ? "*" : name, buffer, bfsz);
+    const char *field = copy_src(x, index);
+    const char *name = last_component(field);
+    // An empty field names nothing, least of all everything in the working directory.
+    return last_part(name && name != field && !*name ? "*" : name, buffer, bfsz);
 }
 
 char *copy_dst_path(const copy *x, unsigned index, char *buffer, unsigned bfsz)
@@ -407,10 +426,11 @@ namespace {
 // without regard to case.
 bool is_wanted(const copy_cmd &command, Ini *ini)
 {
+    // Both are looked up in any case: a look-up decides where a later value goes.
     const char *control = ini_value_name(ini, command.control);
+    const char *compare = ini_value_name(ini, command.control_cmp);
     if (!control)
         return true;
-    const char *compare = ini_value_name(ini, command.control_cmp);
     if (!compare)
         compare = command.control_cmp;
     return compare ? s_stricmp(control, compare) == 0 : istrue(control);
@@ -430,20 +450,11 @@ Destinations find_destinations(const copy *x, unsigned index)
     if (!destination_pattern(x, index, pattern))
         return found;
     for (Scan scan(pattern.directory, pattern.wild); scan.entry(); scan.next()) {
-        const File &entry = *scan.entry();
-        if (is_directory(entry) && !wild_ilist(entry_name(entry), copy_not(x, index)))
-            array_add(found.get(), s_strdup(entry.name));
+        const Entry &entry = *scan.entry();
+        if (is_directory(entry) && !wild_ilist(entry.name, copy_not(x, index)))
+            array_add(found.get(), s_strdup(entry.path));
     }
     return found;
-}
-
-int copy_entry(const File &entry, const char *target, const copy_cmd &command, unsigned long *bytes)
-{
-    if (!is_directory(entry))
-        return file_copy(entry.name, target, 1, bytes);
-    if (command.type != CpyDir)
-        return 0;
-    return file_xcopy(entry.name, "*", command.not_, target, 1, bytes);
 }
 
 int copy_into(const copy *x, unsigned index, const char *directory, unsigned long *bytes)
@@ -457,12 +468,10 @@ int copy_into(const copy *x, unsigned index, const char *directory, unsigned lon
         imsg("No files found to copy in '%s' matching '%s'", pattern.directory, pattern.wild);
     int count = 0;
     for (; scan.entry(); scan.next()) {
-        const File &entry = *scan.entry();
-        char target[path_size];
-        const bool passed_over = is_directory(entry) && command.type != CpyDir;
-        if (!passed_over && !wild_ilist(entry_name(entry), command.not_) &&
-            file_target(entry, directory, directory, target))
-            count += copy_entry(entry, target, command, bytes);
+        const Entry &entry = *scan.entry();
+        if ((is_directory(entry) && command.type != CpyDir) || wild_ilist(entry.name, command.not_))
+            continue;
+        count += file_xcopy(scan, command.not_, directory, bytes);
     }
     return count;
 }
@@ -486,13 +495,13 @@ int remove_matches(pCopy x, unsigned index, unsigned long *)
         return 0;
     int count = 0;
     for (Scan scan(pattern.directory, pattern.wild); scan.entry(); scan.next()) {
-        const File &entry = *scan.entry();
-        if (wild_ilist(entry_name(entry), command.not_))
+        const Entry &entry = *scan.entry();
+        if (wild_ilist(entry.name, command.not_))
             continue;
         if (!is_directory(entry))
-            count += std::remove(entry.name) == 0;
+            count += file_remove(scan);
         else if (command.type == RmDir)
-            count += file_rmdir(entry.name, command.not_, 1);
+            count += file_rmdir(scan, command.not_);
     }
     return count;
 }
@@ -556,68 +565,75 @@ int copy_do(pCopy x, unsigned index, unsigned long *bytes)
 
 namespace {
 
-struct WalkTexts {
-    const char *none_found;
-    const char *found_but;
-    const char *found_all;
-    const char *excluded;
-    const char *failed;
-    const char *finished;
+// The words of a walk in the log.
+struct WalkWords {
+    const char *verb;
+    const char *excluded; // behind "Not"
+    const char *finished; // behind "Finished"
 };
 
-constexpr WalkTexts chown_texts = {
-    .none_found = "No files found to chown",
-    .found_but = "Found files to chown, not doing '%s'",
-    .found_all = "Found files to chown, doing all of them",
-    .excluded = "Not chown'ing '%s'",
-    .failed = "file_chown failed",
-    .finished = "Finished chown'ing, %d files done",
-};
+constexpr WalkWords chown_words = {"chown", "chown'ing", "chown'ing"};
+constexpr WalkWords chmod_words = {"chmod", "chmod'ding", "chmod'ing"};
 
-constexpr WalkTexts chmod_texts = {
-    .none_found = "No files found to chmod",
-    .found_but = "Found files to chmod, not doing '%s'",
-    .found_all = "Found files to chmod, doing all of them",
-    .excluded = "Not chmod'ding '%s'",
-    .failed = "file_chmod failed",
-    .finished = "Finished chmod'ing, %d files done",
-};
-
-void log_found(const WalkTexts &texts, const File *first, const char *not_list)
+void log_found(const WalkWords &words, const Scan &scan, const char *not_list)
 {
-    if (!first)
-        dmsg("%s", texts.none_found);
+    if (!scan.entry())
+        dmsg("No files found to %s", words.verb);
     else if (not_list)
-        dmsg(texts.found_but, not_list);
+        dmsg("Found files to %s, not doing '%s'", words.verb, not_list);
     else
-        dmsg("%s", texts.found_all);
+        dmsg("Found files to %s, doing all of them", words.verb);
 }
 
-// Changes what matches and the whole trees below, contents first. The first entry that cannot be
-// changed ends its level.
 template <typename Change>
-int change_matches(const char *path, const char *wild, const char *not_list, const WalkTexts &texts,
-                   Change change)
+int change_level(Scan &scan, const char *not_list, const WalkWords &words, Change change);
+
+// Changes the current entry, what is in it first, and adds to the count. False when that failed;
+// one that has gone is no failure.
+template <typename Change>
+bool change_entry(const Scan &scan, const char *not_list, const WalkWords &words, Change change,
+                  int &count)
+{
+    int done = 0;
+    if (is_directory(*scan.entry())) {
+        Scan level = scan.below();
+        if (level.is_lost())
+            return true;
+        count += change_level(level, not_list, words, change);
+        done = change(scan, &level);
+    } else {
+        done = change(scan, nullptr);
+    }
+    count += done > 0;
+    return done != 0;
+}
+
+// The first entry that cannot be changed ends its level.
+template <typename Change>
+int change_level(Scan &scan, const char *not_list, const WalkWords &words, Change change)
 {
     int count = 0;
-    Scan scan(path, wild);
-    log_found(texts, scan.entry(), not_list);
+    log_found(words, scan, not_list);
     for (; scan.entry(); scan.next()) {
-        const File &entry = *scan.entry();
-        if (wild_ilist(entry.name, not_list)) {
-            dmsg(texts.excluded, entry.name);
-            continue;
-        }
-        if (is_directory(entry))
-            count += change_matches(entry.name, "*", not_list, texts, change);
-        if (!change(scan)) {
-            emsg("%s", texts.failed);
+        if (wild_ilist(scan.entry()->path, not_list)) {
+            dmsg("Not %s '%s'", words.excluded, scan.entry()->path);
+        } else if (!change_entry(scan, not_list, words, change, count)) {
+            emsg("file_%s failed", words.verb);
             break;
         }
-        count++;
     }
-    dmsg(texts.finished, count);
+    dmsg("Finished %s, %d files done", words.finished, count);
     return count;
+}
+
+template <typename Change>
+int change_matches(const char *path, const char *wild, const char *not_list, const WalkWords &words,
+                   Change change)
+{
+    if (!path || !wild)
+        return 0;
+    Scan scan(path, wild);
+    return change_level(scan, not_list, words, change);
 }
 
 // Splits "user:group"; without a group the user's name serves as one.
@@ -669,14 +685,16 @@ int copy_chmod(pCopy x, unsigned index)
 
 int dochown(const char *path, const char *file, const char *not_list, uid_t uid, gid_t gid)
 {
-    return change_matches(path, file, not_list, chown_texts,
-                          [=](const Scan &scan) { return file_chown(scan, uid, gid); });
+    return change_matches(path, file, not_list, chown_words, [=](const Scan &scan, const Scan *) {
+        return file_chown(scan, uid, gid);
+    });
 }
 
 int dochmod(const char *path, const char *file, const char *not_list, mode_t mode)
 {
-    return change_matches(path, file, not_list, chmod_texts,
-                          [=](const Scan &scan) { return file_chmod(scan, mode); });
+    return change_matches(
+        path, file, not_list, chmod_words,
+        [=](const Scan &scan, const Scan *level) { return file_chmod(scan, level, mode); });
 }
 
 // --- Settings files, markers and the rest ----------------------------------------------------
@@ -704,10 +722,16 @@ bool fill_template(const copy *x, FILE *from, FILE *to)
 int copy_write_ini(pCopy x, unsigned index)
 {
     const copy_cmd *command = command_at(x, index);
-    if (!command)
+    if (!command || !command->source || !command->dest)
         return 0;
-    errno = 0;
-    // Opening the destination empties it: not a good thing to do to one's own template.
+    // Opening the destination empties it: not a good thing to do for a template without content, or
+    // to one's own template.
+    const mode_t mode = file_mode(command->source);
+    if (S_ISDIR(mode) || S_ISFIFO(mode)) {
+        errno = S_ISDIR(mode) ? EISDIR : ENOTSUP;
+        cerror("Error reading ini file '%s'", command->source);
+        return 0;
+    }
     if (is_same_file(command->source, command->dest)) {
         errno = EINVAL;
         cerror("Error creating ini file '%s'", command->dest);

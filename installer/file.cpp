@@ -7,6 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <grp.h>
@@ -71,6 +74,35 @@ void file_error(const char *format, ...)
 
 namespace {
 
+// Repeats a system call that a signal interrupted.
+template <typename Call> auto uninterrupted(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+class Descriptor {
+  public:
+    explicit Descriptor(int opened) : number(opened) {}
+    ~Descriptor()
+    {
+        if (is_open())
+            ::close(number);
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+
+    bool is_open() const { return number >= 0; }
+    int get() const { return number; }
+    int release() { return std::exchange(number, -1); }
+    bool close() { return ::close(release()) == 0; }
+
+  private:
+    int number;
+};
+
 // The next entry; null at the end, also when the rest cannot be read.
 const dirent *next_entry(const FHandle *h)
 {
@@ -86,13 +118,22 @@ bool is_dots(const char *name)
     return s_strcmp(name, ".") == 0 || s_strcmp(name, "..") == 0;
 }
 
-// Finds the next entry that the scan is for and puts its path into the record.
-const dirent *next_match(File *x, const FHandle *h)
+// The next entry that is not the directory itself or the one above.
+const dirent *next_name(const FHandle *h)
 {
-    while (const dirent *entry = next_entry(h)) {
-        if (is_dots(entry->d_name) || !wild_match(entry->d_name, h->wild))
+    const dirent *entry = next_entry(h);
+    while (entry && is_dots(entry->d_name))
+        entry = next_entry(h);
+    return entry;
+}
+
+// Finds the next entry that the scan is for and its path.
+const dirent *next_match(char (&path)[path_size], const FHandle *h)
+{
+    while (const dirent *entry = next_name(h)) {
+        if (!wild_match(entry->d_name, h->wild))
             continue;
-        if (join_path(x->name, h->path, entry->d_name))
+        if (join_path(path, h->path, entry->d_name))
             return entry;
         emsg("The path of '%s' in '%s' is too long, passed over", entry->d_name, h->path);
     }
@@ -100,20 +141,31 @@ const dirent *next_match(File *x, const FHandle *h)
 }
 
 // Not an error: the entry may have gone since its directory was read.
-void log_unexamined(const File *x)
+void log_unexamined(const char *path)
 {
-    dmsg("Error examining '%s', %s", x->name, std::strerror(errno));
+    dmsg("Error examining '%s', %s", path, std::strerror(errno));
+}
+
+// Opens a directory by its name in another; null, with errno set, when that fails.
+FHandle *open_scan(int above, const char *name, int flags, const char *path, const char *wild)
+{
+    errno = 0;
+    Descriptor opened(uninterrupted([&] {
+        return ::openat(above, name, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | flags);
+    }));
+    DIR *stream = opened.is_open() ? ::fdopendir(opened.get()) : nullptr;
+    if (!stream)
+        return nullptr;
+    opened.release();
+    return new FHandle{.path = s_strdup(path), .wild = s_strdup(wild), .handle = stream};
 }
 
 FHandle *open_scan(const char *path, const char *wild)
 {
-    errno = 0;
-    DIR *stream = ::opendir(path);
-    if (!stream) {
+    FHandle *h = open_scan(AT_FDCWD, path, 0, path, wild);
+    if (!h)
         file_error("Error opening dir '%s'", path);
-        return nullptr;
-    }
-    return new FHandle{.path = s_strdup(path), .wild = s_strdup(wild), .handle = stream};
+    return h;
 }
 
 void read_link(File *x)
@@ -147,10 +199,10 @@ int file_next(File *x, FHandle *h)
 {
     if (!x || !h)
         return 0;
-    while (next_match(x, h)) {
+    while (next_match(x->name, h)) {
         if (file_stat(x))
             return 1;
-        log_unexamined(x);
+        log_unexamined(x->name);
     }
     return 0;
 }
@@ -230,44 +282,93 @@ char *file_path(const File *x, char *buffer, unsigned bfsz)
     return buffer;
 }
 
-bool is_directory(const File &entry)
+bool has_entries(const char *path)
 {
-    return S_ISDIR(entry.info.st_mode);
+    const Owned<FHandle, file_last> h(path ? open_scan(path, "*") : nullptr);
+    return h && next_name(h.get());
 }
 
-const char *entry_name(const File &entry)
+bool is_directory(const Entry &entry)
 {
-    const char *separator = std::strrchr(entry.name, Sep);
-    return separator ? separator + 1 : entry.name;
+    return S_ISDIR(entry.kind);
 }
 
 namespace {
 
-// Fills in the kind of an entry, from its directory where that tells it.
-bool fill_kind(File &record, const dirent &entry)
+// The kind that a directory tells of an entry; 0: it does not.
+mode_t told_kind(const dirent &entry)
 {
-    if (entry.d_type == DT_UNKNOWN)
-        return ::lstat(record.name, &record.info) == 0;
-    record.info.st_mode = static_cast<mode_t>(DTTOIF(entry.d_type));
-    return true;
+// An extension of many systems, but not of all.
+#if defined(DTTOIF) && !defined(INSTALLER_PLAIN_DIRENT)
+    if (entry.d_type != DT_UNKNOWN)
+        return static_cast<mode_t>(DTTOIF(entry.d_type));
+#endif
+    static_cast<void>(entry);
+    return 0;
+}
+
+// The kind of an entry by another look at the disk; 0 when it cannot be examined.
+mode_t examined_kind(int directory, const char *name)
+{
+    struct stat info {};
+    return ::fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW) == 0 ? info.st_mode & S_IFMT : 0;
+}
+
+// Asked when something failed: whether the entry is one to pass over. Leaves errno alone.
+bool is_gone(int directory, const char *name, const char *path)
+{
+    const int reason = errno;
+    const bool gone = examined_kind(directory, name) == 0;
+    if (gone)
+        log_unexamined(path);
+    errno = reason;
+    return gone;
+}
+
+bool is_gone(const Scan &scan)
+{
+    return is_gone(scan.directory(), scan.entry()->name, scan.entry()->path);
 }
 
 } // namespace
 
 Scan::Scan(const char *path, const char *wild) : handle(open_scan(path, wild))
 {
-    if (handle)
+    next();
+}
+
+Scan::Scan(int above, const Entry &start)
+    : handle(open_scan(above, start.name, O_NOFOLLOW, start.path, "*"))
+{
+    if (handle) {
         next();
+        return;
+    }
+    // What was swapped for something else is as good as gone, but no everyday event.
+    const bool swapped = errno == ENOTDIR || errno == ELOOP;
+    lost = is_gone(above, start.name, start.path) || swapped;
+    if (!lost || swapped)
+        file_error("Error opening dir '%s'", start.path);
+}
+
+Scan Scan::below() const
+{
+    return {directory(), record};
 }
 
 void Scan::next()
 {
-    while (const dirent *entry = next_match(&record, handle)) {
-        if (fill_kind(record, *entry))
+    more = false;
+    while (const dirent *entry = handle ? next_match(record.path, handle) : nullptr) {
+        record.name = record.path + std::strlen(record.path) - std::strlen(entry->d_name);
+        record.kind = told_kind(*entry);
+        if (record.kind == 0)
+            record.kind = examined_kind(directory(), record.name);
+        more = record.kind != 0;
+        if (more)
             return;
-        log_unexamined(&record);
+        log_unexamined(record.path);
     }
-    file_last(&handle);
 }
 
 int file_exist(const char *path)
@@ -291,12 +392,27 @@ int file_exist(const char *path)
     return 2;
 }
 
+mode_t file_mode(const char *path)
+{
+    struct stat info {};
+    return path && ::stat(path, &info) == 0 ? info.st_mode : 0;
+}
+
+namespace {
+
+bool is_same_inode(const struct stat &a, const struct stat &b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+} // namespace
+
 bool is_same_file(const char *a, const char *b)
 {
     struct stat first {};
     struct stat second {};
     return a && b && ::stat(a, &first) == 0 && ::stat(b, &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+           is_same_inode(first, second);
 }
 
 namespace {
@@ -341,45 +457,23 @@ constexpr size_t block_size = 8192;
 // What one system call moves; the counting goes by blocks all the same.
 constexpr size_t blocks_at_once = 16;
 
-// Repeats a system call that a signal interrupted.
-template <typename Call> auto uninterrupted(Call call)
-{
-    auto result = call();
-    while (result < 0 && errno == EINTR)
-        result = call();
-    return result;
-}
-
-class Descriptor {
-  public:
-    explicit Descriptor(int opened) : number(opened) {}
-    ~Descriptor()
-    {
-        if (is_open())
-            ::close(number);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    bool is_open() const { return number >= 0; }
-    int get() const { return number; }
-    bool close() { return ::close(std::exchange(number, -1)) == 0; }
-
-  private:
-    int number;
-};
-
-// A file to copy: its path, and its name in a directory that is open.
+// A file to copy: by its path, or as the entry that a scan is at.
 struct Source {
     explicit Source(const char *named) : path(named), directory(AT_FDCWD), name(named) {}
-    Source(const Scan &scan, const File &entry)
-        : path(entry.name), directory(scan.directory()), name(entry_name(entry))
+    explicit Source(const Scan &scan)
+        : path(scan.entry()->path), directory(scan.directory()), name(scan.entry()->name),
+          kind(scan.entry()->kind)
     {
     }
+
+    bool is_entry() const { return directory != AT_FDCWD; }
+    bool is_link() const { return !is_entry() || S_ISLNK(kind); }
+    bool is_gone() const { return is_entry() && ::is_gone(directory, name, path); }
 
     const char *path;
     int directory;
     const char *name;
+    mode_t kind = 0; // of an entry
 };
 
 int open_file(int directory, const char *name, int flags)
@@ -390,25 +484,40 @@ int open_file(int directory, const char *name, int flags)
         [&] { return ::openat(directory, name, flags | O_NONBLOCK | O_CLOEXEC, default_mode); });
 }
 
+int open_source(const Source &src)
+{
+    return open_file(src.directory, src.name, O_RDONLY | (src.is_link() ? 0 : O_NOFOLLOW));
+}
+
 void refuse_itself(const char *src)
 {
     errno = EINVAL;
     file_error("Error copying '%s' onto itself", src);
 }
 
-// Opens the destination empty; a failure is logged. A new file cannot be the source; one that
-// exists is looked at before it is cut.
-int open_destination(const char *src, const char *dst)
+// Opens what exists already; it is looked at before it is emptied.
+int open_existing(const char *dst, const struct stat &source, bool *itself)
 {
+    Descriptor opened(open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT));
+    struct stat info {};
+    if (!opened.is_open() || ::fstat(opened.get(), &info) != 0)
+        return -1;
+    *itself = is_same_inode(info, source);
+    if (*itself || (S_ISREG(info.st_mode) && ::ftruncate(opened.get(), 0) != 0))
+        return -1;
+    return opened.release();
+}
+
+// Opens the destination empty; a failure is logged. A new file cannot be the source.
+int open_destination(const char *src, const struct stat &source, const char *dst)
+{
+    bool itself = false;
     int opened = open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT | O_EXCL);
-    if (opened < 0 && errno == EEXIST) {
-        if (is_same_file(src, dst)) {
-            refuse_itself(src);
-            return -1;
-        }
-        opened = open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT | O_TRUNC);
-    }
-    if (opened < 0)
+    if (opened < 0 && errno == EEXIST)
+        opened = open_existing(dst, source, &itself);
+    if (itself)
+        refuse_itself(src);
+    else if (opened < 0)
         file_error("Error opening '%s' for write", dst);
     return opened;
 }
@@ -447,12 +556,26 @@ bool copy_blocks(int from, int to, const char *src, const char *dst, unsigned lo
     }
 }
 
-bool copy_content(const Source &src, const char *dst, unsigned long *bytes)
+// What cannot be read must not cost the destination what it holds. FIFOs, sockets and devices have
+// no content of their own, and opening one can do or wait for anything.
+void refuse_unreadable(const char *src, mode_t mode)
 {
-    Descriptor to(open_destination(src.path, dst));
+    errno = S_ISDIR(mode) ? EISDIR : ENOTSUP;
+    if (S_ISDIR(mode))
+        file_error("Error reading from '%s'", src);
+    else
+        file_error("Error opening '%s' for read, it is a FIFO, a socket or a device", src);
+}
+
+// A source that opened, or that just may after all when the destination is there.
+bool copy_content(const Source &src, Descriptor &opened, const struct stat &info, const char *dst,
+                  unsigned long *bytes)
+{
+    Descriptor to(open_destination(src.path, info, dst));
     if (!to.is_open())
         return false;
-    const Descriptor from(open_file(src.directory, src.name, O_RDONLY));
+    // A link may lead to what was just made.
+    const Descriptor from(opened.is_open() ? opened.release() : open_source(src));
     if (!from.is_open()) {
         file_error("Error opening '%s' for read", src.path);
         return false;
@@ -466,33 +589,49 @@ bool copy_content(const Source &src, const char *dst, unsigned long *bytes)
     return true;
 }
 
-// What cannot be read must not cost the destination what it holds. FIFOs, sockets and devices have
-// no content of their own, and opening one can do or wait for anything.
-bool refuse_unreadable(const char *src, mode_t mode)
+// What was opened may be something else by now than when its kind was told. What was not opened may
+// still be the destination itself. False, logged, when it cannot be a source.
+bool examine_source(const Source &src, const Descriptor &from, struct stat &info)
 {
-    if (S_ISREG(mode))
+    if (!from.is_open()) {
+        ::fstatat(src.directory, src.name, &info, 0);
+        return true;
+    }
+    if (::fstat(from.get(), &info) != 0) {
+        file_error("Error opening '%s' for read", src.path);
         return false;
-    errno = S_ISDIR(mode) ? EISDIR : ENOTSUP;
-    if (S_ISDIR(mode))
-        file_error("Error reading from '%s'", src);
-    else
-        file_error("Error opening '%s' for read, it is a FIFO, a socket or a device", src);
-    return true;
+    }
+    if (!S_ISREG(info.st_mode))
+        refuse_unreadable(src.path, info.st_mode);
+    return S_ISREG(info.st_mode);
 }
 
-// `mode` is the source's, links followed; 0 when there is nothing.
-int copy_file(const Source &src, const char *dst, mode_t mode, unsigned long *bytes)
-{
-    const bool copied =
-        !(mode && refuse_unreadable(src.path, mode)) && copy_content(src, dst, bytes);
-    tell(copied ? ok : fail, src.path, dst, made);
-    return copied;
-}
+constexpr int passed_over = -1;
 
-mode_t followed_mode(const char *path)
+int try_copy(const Source &src, const char *dst, unsigned long *bytes)
 {
+    const mode_t mode = src.is_link() ? file_mode(src.path) : src.kind;
+    if (mode && !S_ISREG(mode)) {
+        if (src.is_gone())
+            return passed_over;
+        refuse_unreadable(src.path, mode);
+        return 0;
+    }
+    Descriptor from(open_source(src));
+    if (!from.is_open() && src.is_gone())
+        return passed_over;
     struct stat info {};
-    return ::stat(path, &info) == 0 ? info.st_mode : 0;
+    if (!examine_source(src, from, info))
+        return 0;
+    return copy_content(src, from, info, dst, bytes);
+}
+
+int copy_file(const Source &src, const char *dst, unsigned long *bytes)
+{
+    const int copied = try_copy(src, dst, bytes);
+    if (copied != passed_over)
+        tell(copied ? ok : fail, src.path, dst, made);
+    return copied;
 }
 
 bool is_readable(const char *path)
@@ -500,36 +639,48 @@ bool is_readable(const char *path)
     return Descriptor(open_file(AT_FDCWD, path, O_RDONLY)).is_open();
 }
 
+int move_file(const Source &src, const char *dst, int overwrite, unsigned long *bytes)
+{
+    errno = 0;
+    const bool skipped = !overwrite && is_readable(dst);
+    if (skipped && is_same_file(src.path, dst)) {
+        // What was passed over as existing already is the source itself.
+        refuse_itself(src.path);
+        tell(fail, src.path, dst, made);
+        return 0;
+    }
+    if (const int copied = skipped ? 1 : copy_file(src, dst, bytes); copied <= 0)
+        return copied;
+    if (::unlinkat(src.directory, src.name, 0) == 0)
+        return 1;
+    file_error("Error removing moved file '%s'", src.path);
+    return 0;
+}
+
+bool is_named(const char *src, const char *dst)
+{
+    if (src && dst)
+        return true;
+    errno = 0;
+    tell(fail, src, dst, made);
+    return false;
+}
+
 } // namespace
 
 int file_copy(const char *src, const char *dst, int overwrite, unsigned long *bytes)
 {
-    errno = 0;
-    if (!src || !dst) {
-        tell(fail, src, dst, made);
+    if (!is_named(src, dst))
         return 0;
-    }
+    errno = 0;
     if (!overwrite && is_readable(dst))
         return -1;
-    return copy_file(Source(src), dst, followed_mode(src), bytes);
+    return copy_file(Source(src), dst, bytes);
 }
 
 int file_move(const char *src, const char *dst, int overwrite, unsigned long *bytes)
 {
-    const int copied = file_copy(src, dst, overwrite, bytes);
-    if (copied < 0 && is_same_file(src, dst)) {
-        // What was passed over as existing already is the source itself.
-        refuse_itself(src);
-        tell(fail, src, dst, made);
-        return 0;
-    }
-    if (copied == 0)
-        return 0;
-    if (std::remove(src) != 0) {
-        file_error("Error removing moved file '%s'", src);
-        return 0;
-    }
-    return 1;
+    return is_named(src, dst) ? move_file(Source(src), dst, overwrite, bytes) : 0;
 }
 
 // --- Directories -----------------------------------------------------------------------------
@@ -553,8 +704,20 @@ int mkdir_failed(const char *path)
     return 0;
 }
 
-// Makes each directory above the last component. Returns the reason why one could not be made; 0
-// when there was none, those that are there already being expected.
+// Makes the last directory of a path, which is taken as it stands: in a name on disk a backslash is
+// a letter like any other. `reason_above` is why one above could not be made; 0: nothing is known.
+int make_last_directory(const char *path, int reason_above = 0)
+{
+    if (make_directory(path) || errno == EEXIST)
+        return 1;
+    // That there is nothing above is not why it could not be made.
+    if (errno == ENOENT && reason_above != 0)
+        errno = reason_above;
+    return mkdir_failed(path);
+}
+
+// Makes each directory above the last component. Returns the first reason why one could not be
+// made; 0 when there was none, those that are there already being expected.
 int make_directories_above(char *path)
 {
     int reason = 0;
@@ -564,7 +727,7 @@ int make_directories_above(char *path)
         if (!is_separator(path[at]))
             continue;
         path[at] = '\0';
-        if (!make_directory(path) && errno != EEXIST)
+        if (!make_directory(path) && errno != EEXIST && reason == 0)
             reason = errno;
         path[at] = Sep;
     }
@@ -587,15 +750,52 @@ int file_mkdir(const char *dir, int make_all)
     }
     if (length > 0 && is_separator(path[length - 1]))
         path[--length] = '\0';
-    const int reason_above = make_all ? make_directories_above(path) : 0;
-    if (!make_directory(path) && errno != EEXIST) {
-        // That there is nothing above is not why it could not be made.
-        if (errno == ENOENT && reason_above != 0)
-            errno = reason_above;
-        return mkdir_failed(path);
-    }
-    return 1;
+    return make_last_directory(path, make_all ? make_directories_above(path) : 0);
 }
+
+namespace {
+
+// 1 when the entry was removed, 0 when not, or passed_over.
+int remove_entry(const Scan &scan, int flags)
+{
+    if (::unlinkat(scan.directory(), scan.entry()->name, flags) == 0)
+        return 1;
+    return is_gone(scan) ? passed_over : 0;
+}
+
+int remove_tree(const Scan &scan, const char *not_list);
+
+int remove_level(Scan &scan, const char *not_list)
+{
+    int count = 0;
+    for (; scan.entry(); scan.next()) {
+        const Entry &entry = *scan.entry();
+        if (wild_list(entry.name, not_list))
+            continue;
+        const int gone = is_directory(entry) ? remove_tree(scan, not_list) : remove_entry(scan, 0);
+        if (gone == passed_over)
+            continue;
+        tell(gone ? ok : fail, entry.path, nullptr, removed);
+        count += gone;
+    }
+    return count;
+}
+
+// The number of items removed, or passed_over.
+int remove_tree(const Scan &scan, const char *not_list)
+{
+    Scan level = scan.below();
+    if (level.is_lost())
+        return passed_over;
+    const int count = remove_level(level, not_list);
+    const int gone = remove_entry(scan, AT_REMOVEDIR);
+    if (gone == passed_over)
+        return count;
+    tell(gone ? ok : fail, scan.entry()->path, nullptr, removed);
+    return count + gone;
+}
+
+} // namespace
 
 int file_rmdir(const char *dir, const char *not_list, int recurse)
 {
@@ -604,39 +804,27 @@ int file_rmdir(const char *dir, const char *not_list, int recurse)
     errno = 0;
     int count = 0;
     if (recurse) {
-        for (Scan scan(dir, "*"); scan.entry(); scan.next()) {
-            const File &entry = *scan.entry();
-            if (wild_list(entry_name(entry), not_list))
-                continue;
-            const int gone = is_directory(entry)
-                                 ? file_rmdir(entry.name, not_list, 1)
-                                 : ::unlinkat(scan.directory(), entry_name(entry), 0) == 0;
-            tell(gone ? ok : fail, entry.name, nullptr, removed);
-            count += gone;
-        }
+        Scan scan(dir, "*");
+        count = remove_level(scan, not_list);
     }
     const bool gone = ::rmdir(dir) == 0;
     tell(gone ? ok : fail, dir, nullptr, removed);
     return count + gone;
 }
 
-// --- Copying and moving trees ----------------------------------------------------------------
-
-bool file_target(const File &entry, const char *directory, const char *top, char (&target)[256])
+int file_remove(const Scan &scan)
 {
-    if (!join_path(target, directory, entry_name(entry))) {
-        errno = ENAMETOOLONG;
-        file_error("Error opening '%s' in '%s' for write", entry_name(entry), directory);
-        tell(fail, entry.name, directory, made);
-        return false;
-    }
-    if (!is_directory(entry) ||
-        (!is_same_file(entry.name, top) && !is_same_file(entry.name, target)))
-        return true;
-    errno = EINVAL;
-    file_error("Error copying '%s' into itself", entry.name);
-    return false;
+    errno = 0;
+    return std::max(0, remove_entry(scan, 0));
 }
+
+int file_rmdir(const Scan &scan, const char *not_list)
+{
+    errno = 0;
+    return std::max(0, remove_tree(scan, not_list));
+}
+
+// --- Copying and moving trees ----------------------------------------------------------------
 
 namespace {
 
@@ -646,92 +834,149 @@ struct Tree {
     int recurse;
     unsigned long *bytes;
     bool moving;
+    const char *source;   // what the tree is
     const char *top;      // the destination that the whole tree goes into
-    bool complete = true; // nothing below failed or was passed over, so that a moved source may go
+    bool complete = true; // nothing below failed or was left out, so that a moved source may go
 };
 
-int transfer_level(const char *path, const char *wild, const char *dst, Tree &tree);
+// The directory that a level goes into.
+struct Destination {
+    const char *path;
+    bool beyond_link; // a link in the destination led here
+};
 
-// As file_mkdir, but where just the last directory is missing its name is taken as it stands: it
-// may be that of a source, in which a backslash is a letter like any other.
-int make_destination(const char *path)
+// Where the current entry goes. False when that path is too long (logged and told as a failure).
+bool find_target(const Entry &entry, const char *directory, char (&target)[path_size])
 {
-    if (make_directory(path) || errno == EEXIST)
-        return 1;
-    return errno == ENOENT ? file_mkdir(path, 1) : mkdir_failed(path);
+    if (join_path(target, directory, entry.name))
+        return true;
+    errno = ENAMETOOLONG;
+    file_error("Error opening '%s' in '%s' for write", entry.name, directory);
+    tell(fail, entry.path, directory, made);
+    return false;
 }
+
+// True when both exist and the first, all links followed, is the second or below it.
+bool is_within(const char *path, const char *directory)
+{
+    const Text inner(::realpath(path, nullptr));
+    const Text outer(::realpath(directory, nullptr));
+    if (!inner || !outer)
+        return false;
+    const std::string_view below = inner.get();
+    const std::string_view above = outer.get();
+    return below.starts_with(above) &&
+           (below.size() == above.size() || above.ends_with(Sep) || below[above.size()] == Sep);
+}
+
+bool is_one_of(const char *path, std::initializer_list<const char *> others)
+{
+    struct stat info {};
+    struct stat other {};
+    return ::stat(path, &info) == 0 && std::ranges::any_of(others, [&](const char *place) {
+               return ::stat(place, &other) == 0 && is_same_inode(info, other);
+           });
+}
+
+// A directory that went into itself would never end: it is its own target, where that is made or
+// where the whole tree goes, or a link in the destination leads back into the tree.
+bool goes_into_itself(const Entry &entry, const Destination &to, const Destination &target,
+                      const Tree &tree)
+{
+    if (!is_one_of(entry.path, {tree.top, to.path, target.path}) &&
+        !(target.beyond_link && is_within(target.path, tree.source)))
+        return false;
+    errno = EINVAL;
+    file_error("Error copying '%s' into itself", entry.path);
+    return true;
+}
+
+bool is_link(const char *path)
+{
+    return S_ISLNK(examined_kind(AT_FDCWD, path));
+}
+
+int transfer_level(Scan &scan, const Destination &to, Tree &tree);
 
 int transfer_file(const Scan &scan, const char *target, Tree &tree)
 {
-    const File &entry = *scan.entry();
-    int done = 0;
-    if (tree.moving) {
-        done = file_move(entry.name, target, tree.recurse, tree.bytes);
-    } else {
-        errno = 0;
-        const mode_t mode =
-            S_ISLNK(entry.info.st_mode) ? followed_mode(entry.name) : entry.info.st_mode;
-        done = copy_file(Source(scan, entry), target, mode, tree.bytes);
-    }
+    const Source source(scan);
+    errno = 0;
+    const int done = tree.moving ? move_file(source, target, tree.recurse, tree.bytes)
+                                 : copy_file(source, target, tree.bytes);
     tree.complete = tree.complete && done;
-    return done;
+    return std::max(0, done);
 }
 
-int remove_moved(const File &entry, const char *target, const Tree &tree, bool complete)
+int remove_moved(const Scan &scan, const char *target, const Tree &tree, bool complete)
 {
-    if (complete && file_rmdir(entry.name, tree.not_list, tree.recurse))
+    if (complete && file_rmdir(scan, tree.not_list))
         return 1;
     file_error("Failed to remove moved directory '%s'", target);
     return 0;
 }
 
-int transfer_directory(const File &entry, const char *target, Tree &tree)
+int transfer_contents(const Scan &scan, const Destination &target, bool exists, Tree &tree)
 {
-    if (!tree.recurse)
-        return make_destination(target);
-    const bool complete_so_far = std::exchange(tree.complete, true);
-    int count = file_exist(target) == 0;
-    if (count == 1 && !make_destination(target)) {
+    Scan level = scan.below();
+    if (level.is_lost())
+        return 0;
+    if (!exists && !make_last_directory(target.path)) {
         tree.complete = false;
         return 0;
     }
-    count += transfer_level(entry.name, "*", target, tree);
+    const bool complete_so_far = std::exchange(tree.complete, true);
+    int count = !exists + transfer_level(level, target, tree);
     if (tree.moving)
-        count += remove_moved(entry, target, tree, tree.complete);
+        count += remove_moved(scan, target.path, tree, tree.complete);
     tree.complete = tree.complete && complete_so_far;
     return count;
 }
 
-int transfer_entry(const Scan &scan, const char *dst, Tree &tree)
+int transfer_directory(const Scan &scan, const Destination &to, const char *path, Tree &tree)
 {
-    const File &entry = *scan.entry();
-    char target[path_size];
-    if (!file_target(entry, dst, tree.top, target)) {
+    const Destination target = {.path = path, .beyond_link = to.beyond_link || is_link(path)};
+    if (goes_into_itself(*scan.entry(), to, target, tree)) {
         tree.complete = false;
         return 0;
     }
-    return is_directory(entry) ? transfer_directory(entry, target, tree)
+    if (!tree.recurse)
+        return make_last_directory(target.path);
+    return transfer_contents(scan, target, file_exist(target.path) != 0, tree);
+}
+
+// The number of items made.
+int transfer_entry(const Scan &scan, const Destination &to, Tree &tree)
+{
+    const Entry &entry = *scan.entry();
+    char target[path_size];
+    if (!find_target(entry, to.path, target)) {
+        tree.complete = false;
+        return 0;
+    }
+    return is_directory(entry) ? transfer_directory(scan, to, target, tree)
                                : transfer_file(scan, target, tree);
 }
 
-int transfer_level(const char *path, const char *wild, const char *dst, Tree &tree)
+int transfer_level(Scan &scan, const Destination &to, Tree &tree)
 {
     int count = 0;
-    for (Scan scan(path, wild); scan.entry(); scan.next())
-        if (!wild_list(entry_name(*scan.entry()), tree.not_list))
-            count += transfer_entry(scan, dst, tree);
+    for (; scan.entry(); scan.next())
+        if (!wild_list(scan.entry()->name, tree.not_list))
+            count += transfer_entry(scan, to, tree);
     return count;
 }
 
-int transfer_tree(const char *path, const char *wild, const char *dst, Tree tree)
+int transfer_tree(const char *wild, Tree tree)
 {
-    if (!path || !dst)
+    if (!tree.source || !tree.top)
         return 0;
     errno = 0;
-    const int created = file_exist(dst) == 0;
-    if (created && !make_destination(dst))
+    const int created = file_exist(tree.top) == 0;
+    if (created && !file_mkdir(tree.top, 1))
         return 0;
-    return created + transfer_level(path, wild ? wild : "*", dst, tree);
+    Scan scan(tree.source, wild ? wild : "*");
+    return created + transfer_level(scan, {.path = tree.top, .beyond_link = false}, tree);
 }
 
 } // namespace
@@ -739,69 +984,111 @@ int transfer_tree(const char *path, const char *wild, const char *dst, Tree tree
 int file_xcopy(const char *path, const char *wild, const char *not_list, const char *dst,
                int recurse, unsigned long *bytes)
 {
-    return transfer_tree(
-        path, wild, dst,
-        {.not_list = not_list, .recurse = recurse, .bytes = bytes, .moving = false, .top = dst});
+    return transfer_tree(wild, {.not_list = not_list,
+                                .recurse = recurse,
+                                .bytes = bytes,
+                                .moving = false,
+                                .source = path,
+                                .top = dst});
 }
 
 int file_xmove(const char *path, const char *wild, const char *not_list, const char *dst,
                int recurse, unsigned long *bytes)
 {
-    return transfer_tree(
-        path, wild, dst,
-        {.not_list = not_list, .recurse = recurse, .bytes = bytes, .moving = true, .top = dst});
+    return transfer_tree(wild, {.not_list = not_list,
+                                .recurse = recurse,
+                                .bytes = bytes,
+                                .moving = true,
+                                .source = path,
+                                .top = dst});
+}
+
+int file_xcopy(const Scan &scan, const char *not_list, const char *dst, unsigned long *bytes)
+{
+    const Entry &entry = *scan.entry();
+    char top[path_size] = "";
+    static_cast<void>(join_path(top, dst, entry.name));
+    Tree tree = {.not_list = not_list,
+                 .recurse = 1,
+                 .bytes = bytes,
+                 .moving = false,
+                 .source = entry.path,
+                 .top = top};
+    return transfer_entry(scan, {.path = dst, .beyond_link = false}, tree);
 }
 
 // --- Modes and owners ------------------------------------------------------------------------
 
 namespace {
 
-// `path` is for messages; the call goes by the name in the directory.
-int change_mode(int directory, const char *name, const char *path, mode_t mode)
+int mode_changed(bool done, const char *path, mode_t mode)
 {
-    errno = 0;
-    if (::fchmodat(directory, name, mode, 0) == 0)
-        return 1;
-    file_error("Error changing mode of '%s' to %d", path, static_cast<int>(mode));
-    return 0;
+    if (!done)
+        file_error("Error changing mode of '%s' to %d", path, static_cast<int>(mode));
+    return done;
 }
 
-int change_owner(int directory, const char *name, const char *path, uid_t uid, gid_t gid)
+int owner_changed(bool done, const char *path, uid_t uid, gid_t gid)
+{
+    if (!done)
+        file_error("Error changing ownership of '%s' to uid=%d, gid=%d", path,
+                   static_cast<int>(uid), static_cast<int>(gid));
+    return done;
+}
+
+// Whether an owner can be set at all. Meant: without a group of its own the owner's number serves
+// as one.
+bool complete_owner(uid_t uid, gid_t &gid)
 {
     constexpr auto unknown = static_cast<uid_t>(-1);
-    if (uid == unknown)
-        return 0;
-    // Meant: without a group of its own the owner's number serves as one.
     if (gid == unknown)
         gid = uid;
     errno = 0;
-    if (::fchownat(directory, name, uid, gid, 0) == 0)
-        return 1;
-    file_error("Error changing ownership of '%s' to uid=%d, gid=%d", path, static_cast<int>(uid),
-               static_cast<int>(gid));
-    return 0;
+    return uid != unknown;
+}
+
+// A directory is changed where it is open, so that no link can have taken its place. (One that
+// could not be opened is not followed either, but not every system can do that by name.)
+bool change_mode(const Scan &scan, const Scan *level, mode_t mode)
+{
+    if (level && level->is_open())
+        return ::fchmod(level->directory(), mode) == 0;
+    return ::fchmodat(scan.directory(), scan.entry()->name, mode,
+                      level ? AT_SYMLINK_NOFOLLOW : 0) == 0;
 }
 
 } // namespace
 
 int file_chmod(const File *x, mode_t mode)
 {
-    return x ? change_mode(AT_FDCWD, x->name, x->name, mode) : 0;
+    errno = 0;
+    return x ? mode_changed(::chmod(x->name, mode) == 0, x->name, mode) : 0;
 }
 
 int file_chown(const File *x, uid_t uid, gid_t gid)
 {
-    return x ? change_owner(AT_FDCWD, x->name, x->name, uid, gid) : 0;
+    if (!x || !complete_owner(uid, gid))
+        return 0;
+    return owner_changed(::chown(x->name, uid, gid) == 0, x->name, uid, gid);
 }
 
-int file_chmod(const Scan &scan, mode_t mode)
+int file_chmod(const Scan &scan, const Scan *level, mode_t mode)
 {
-    const File &entry = *scan.entry();
-    return change_mode(scan.directory(), entry_name(entry), entry.name, mode);
+    errno = 0;
+    const bool done = change_mode(scan, level, mode);
+    if (!done && is_gone(scan))
+        return passed_over;
+    return mode_changed(done, scan.entry()->path, mode);
 }
 
 int file_chown(const Scan &scan, uid_t uid, gid_t gid)
 {
-    const File &entry = *scan.entry();
-    return change_owner(scan.directory(), entry_name(entry), entry.name, uid, gid);
+    if (!complete_owner(uid, gid))
+        return 0;
+    const Entry &entry = *scan.entry();
+    const int flags = S_ISLNK(entry.kind) ? 0 : AT_SYMLINK_NOFOLLOW;
+    const bool done = ::fchownat(scan.directory(), entry.name, uid, gid, flags) == 0;
+    if (!done && is_gone(scan))
+        return passed_over;
+    return owner_changed(done, entry.path, uid, gid);
 }

@@ -81,16 +81,26 @@ char *file_filename(const File *x, char *buffer, unsigned bfsz);
 // separator and when the only one comes first. Returns the buffer; null for nulls.
 char *file_path(const File *x, char *buffer, unsigned bfsz);
 
-// True when the entry itself is a directory (a link to one is not); its name within its directory.
-bool is_directory(const File &entry);
-const char *entry_name(const File &entry);
+// True when the directory at a path has any entry; false also when it cannot be opened (logged).
+bool has_entries(const char *path);
+
+// What a scan knows of the entry it is at.
+struct Entry {
+    char path[256];   // the scanned directory joined with the name
+    const char *name; // inside the path
+    mode_t kind;      // its type bits, a link not being followed; it may have changed since
+};
+
+bool is_directory(const Entry &entry);
 
 // A scan that closes itself and asks for no more than the work on whole trees needs:
 //
 //     for (Scan scan(path, wild); scan.entry(); scan.next())
 //
-// It meets what file_first and file_next meet. Of the status it fills in only the kind of the
-// entry, which most directories tell without another look at the disk.
+// It meets what file_first and file_next meet. Most directories tell the kind of their entries,
+// which spares another look at the disk; so an entry may have gone, or be something else, when it
+// is worked on. The directory stays open until the scan ends: whatever is done with an entry goes
+// by its own name there, and whoever swaps a directory above it for a link changes nothing.
 class Scan {
   public:
     Scan(const char *path, const char *wild);
@@ -98,21 +108,37 @@ class Scan {
     Scan(const Scan &) = delete;
     Scan &operator=(const Scan &) = delete;
 
-    // The current match, refilled by next; null when there is none left.
-    const File *entry() const { return handle ? &record : nullptr; }
+    // A scan of all that is in the current entry, a directory. It never leads through a link.
+    Scan below() const;
 
-    // The open directory, for calls that take an entry's own name: they spare the system the walk
-    // down the whole path.
-    int directory() const { return ::dirfd(handle->handle); }
+    // False when the directory could not be opened (logged, except when it has gone).
+    bool is_open() const { return handle != nullptr; }
+
+    // True when what was a directory has gone, cannot be examined, or is none any more: there is
+    // nothing to do about it.
+    bool is_lost() const { return lost; }
+
+    // The current match, refilled by next; null when there is none left.
+    const Entry *entry() const { return more ? &record : nullptr; }
     void next();
 
+    // The open directory.
+    int directory() const { return ::dirfd(handle->handle); }
+
   private:
-    FHandle *handle = nullptr; // null: at the end
-    File record = {};
+    Scan(int above, const Entry &start);
+
+    FHandle *handle; // null: not open
+    Entry record = {};
+    bool more = false;
+    bool lost = false;
 };
 
 // What stands at a path, links followed: 0 nothing (or null), 1 not a directory, 2 a directory.
 int file_exist(const char *path);
+
+// The mode of what a path leads to, links followed; 0 when there is nothing.
+mode_t file_mode(const char *path);
 
 // True when both paths, links followed, lead to one and the same file.
 bool is_same_file(const char *a, const char *b);
@@ -121,11 +147,6 @@ bool is_same_file(const char *a, const char *b);
 int file_getuid(const char *name);
 int file_getgid(const char *name);
 int file_usergid(const char *name);
-
-// Where an entry goes in a directory: the directory joined with its name. False when that path is
-// too long (logged and told as a failure), or when the entry is a directory that would go into
-// itself: it is what that path leads to, or `top`, which the whole tree goes into (logged).
-bool file_target(const File &entry, const char *directory, const char *top, char (&target)[256]);
 
 // --- Acting ----------------------------------------------------------------------------------
 
@@ -137,7 +158,8 @@ int file_copy(const char *src, const char *dst, int overwrite, unsigned long *by
 
 // Copies what matches a wildcard (null: all) and no pattern of `not_list` (null: none excluded)
 // into the directory dst, made when missing; with recurse whole trees, without it directories come
-// over empty. Returns the number of items made.
+// over empty. Returns the number of items made. A directory is not copied into itself, directly or
+// through a link that stands in the destination (logged).
 int file_xcopy(const char *path, const char *wild, const char *not_list, const char *dst,
                int recurse, unsigned long *bytes);
 
@@ -163,6 +185,24 @@ int file_rmdir(const char *dir, const char *not_list, int recurse);
 int file_chmod(const File *x, mode_t mode);
 int file_chown(const File *x, uid_t uid, gid_t gid);
 
-// The same for the current entry of a scan, without the walk down its whole path.
-int file_chmod(const Scan &scan, mode_t mode);
+// --- Acting on the current entry of a scan ----------------------------------------------------
+//
+// As above, by the entry's own name in the open directory. What was no link when the scan met it is
+// not followed as one. An entry that has gone or cannot be examined any more is passed over: it is
+// neither told nor logged as an error, and costs a destination nothing.
+
+// Copies the entry into the directory dst, over what is there: a file, or a directory with all in
+// it that matches no pattern of `not_list`. Returns the number of items made.
+int file_xcopy(const Scan &scan, const char *not_list, const char *dst, unsigned long *bytes);
+
+// Removes an entry that is no directory: 1, or 0 without a word.
+int file_remove(const Scan &scan);
+
+// Removes a directory and what is in it, except what matches `not_list`. Returns the number of
+// items removed.
+int file_rmdir(const Scan &scan, const char *not_list);
+
+// 1, or 0 when that failed, or -1 when the entry is passed over. `level` is the scan below the
+// entry when that is a directory, null when it is none.
+int file_chmod(const Scan &scan, const Scan *level, mode_t mode);
 int file_chown(const Scan &scan, uid_t uid, gid_t gid);

@@ -327,12 +327,12 @@ int quest_ask(const questions *set, std::uint32_t index, char *answer, int size)
 
 namespace {
 
-bool has_entries(const char *directory)
+bool is_occupied(const char *directory)
 {
-    const Scan scan(directory, "*");
+    const bool occupied = has_entries(directory);
     // One that cannot be opened counts as empty, and its reason is nobody's concern.
     errno = 0;
-    return scan.entry() != nullptr;
+    return occupied;
 }
 
 // The value to store for a yes/no answer; null: neither.
@@ -363,7 +363,7 @@ const char *accepted_value(QType type, char *answer)
             quest_seterror("File '%s' must exist", answer);
         return nullptr;
     }
-    if (type == QDirEmpty && has_entries(answer)) {
+    if (type == QDirEmpty && is_occupied(answer)) {
         quest_seterror("Directory '%s' must be empty", answer);
         return nullptr;
     }
