@@ -198,7 +198,7 @@ std::set<std::string> names_with(const std::string &folder, const std::string &e
 {
     std::set<std::string> names;
     for (Scan scan(folder.c_str(), ("*" + extension).c_str()); scan.entry(); scan.next()) {
-        const std::string name = entry_name(*scan.entry());
+        const std::string name = scan.entry()->name;
         const std::string stem = name.substr(0, name.size() - extension.size());
         if (!stem.empty() && stem.find('.') == std::string::npos)
             names.insert(stem);
