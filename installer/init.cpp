@@ -101,13 +101,6 @@ constexpr command_word command_words[] = {
     {"RFile", IRFile, run_read_file},
 };
 
-// An item without a comparison always runs; one that compares nothing never does.
-bool is_wanted(const init_item &item, Ini *ini)
-{
-    return !item.compare ||
-           (item.control && s_strcmp(ini_value_or_text(ini, item.control), item.compare) == 0);
-}
-
 // --- Loading ---------------------------------------------------------------------------------
 
 void set_mode(init_item &item, const char *word)
@@ -229,10 +222,16 @@ void init_prev(pInit script)
         array_prev(script->list);
 }
 
+bool init_is_wanted(const init_item &item, Ini *ini)
+{
+    return !item.compare ||
+           (item.control && s_strcmp(ini_value_or_text(ini, item.control), item.compare) == 0);
+}
+
 void init_run(pInit script, Ini *ini)
 {
     for (const init_item *item = init_get_num(script, 0); item; item = init_get(script)) {
-        if (!is_wanted(*item, ini))
+        if (!init_is_wanted(*item, ini))
             continue;
         errno = 0;
         for (const command_word &row : command_words)

@@ -62,6 +62,9 @@ void init_start(pInit script);
 void init_next(pInit script);
 void init_prev(pInit script);
 
+// Whether an item runs now: one without a comparison always does, one that compares nothing never.
+bool init_is_wanted(const init_item &item, Ini *ini);
+
 // Runs every command once, in file order, against the store. Nothing stops it; a web server fact
 // that is not found is told on standard output.
 void init_run(pInit script, Ini *ini);

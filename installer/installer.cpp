@@ -166,18 +166,6 @@ Step step_loop(Dialogue &dialogue, unsigned index)
     return go_on;
 }
 
-// Whether the controlling setting lets a question be asked. Unlike in the copy script, texts are
-// compared here with regard to case.
-bool is_asked(const Dialogue &dialogue, unsigned index)
-{
-    const char *control = ini_value_name(dialogue.ini, quest_control(dialogue.set, index));
-    if (!control)
-        return true;
-    const char *compare_name = quest_control_cmp(dialogue.set, index);
-    const char *compare = compare_name ? ini_value_or_text(dialogue.ini, compare_name) : nullptr;
-    return compare ? s_strcmp(control, compare) == 0 : istrue(control);
-}
-
 // The same question comes again, unless nobody is there to answer it.
 Step reject_answer(Dialogue &dialogue, unsigned index)
 {
@@ -209,7 +197,7 @@ Step step_back(Dialogue &dialogue, unsigned index)
 
 Step step_question(Dialogue &dialogue, unsigned index)
 {
-    if (!is_asked(dialogue, index))
+    if (!quest_is_asked(dialogue.set, index))
         return go_on;
     if (!get_answer(dialogue, index))
         return reject_answer(dialogue, index);

@@ -253,6 +253,18 @@ QType quest_type(const questions *set, std::uint32_t index)
 
 // --- Asking ----------------------------------------------------------------------------------
 
+// Unlike in the copy script, texts are compared here with regard to case.
+bool quest_is_asked(const questions *set, std::uint32_t index)
+{
+    const quest *question = question_at(set, index);
+    const char *control = question ? ini_value_name(set->ini, question->control) : nullptr;
+    if (!control)
+        return true;
+    const char *compare =
+        question->control_cmp ? ini_value_or_text(set->ini, question->control_cmp) : nullptr;
+    return compare ? s_strcmp(control, compare) == 0 : istrue(control);
+}
+
 namespace {
 
 bool is_blank(char c)

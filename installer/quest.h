@@ -82,6 +82,10 @@ const char *quest_control(const questions *set, std::uint32_t index);
 const char *quest_control_cmp(const questions *set, std::uint32_t index);
 QType quest_type(const questions *set, std::uint32_t index);
 
+// Whether the controlling setting lets a question be asked now; true without one, and when it has
+// no value.
+bool quest_is_asked(const questions *set, std::uint32_t index);
+
 // Copies the question's default, the value of its setting ("y" or "n" for a yes/no question), into
 // the buffer and returns it; null, with the buffer untouched, when there is none.
 char *quest_default(const questions *set, std::uint32_t index, char *buffer, int size);

@@ -6,12 +6,14 @@
 #include <iterator>
 
 #include "lib.h"
+#include "run.h"
 
 namespace {
 
 int run_help(int argc, char **argv);
 
 constexpr Subcommand subcommands[] = {
+    {"run", "[--] PROGRAM [ARGUMENT ...]", "runs an installer and says what was not done", kit_run},
     {"help", "[SUBCOMMAND]", "shows how a subcommand is called", run_help},
 };
 

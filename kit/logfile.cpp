@@ -1,0 +1,265 @@
+#include "logfile.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "lib.h"
+
+namespace {
+
+constexpr int backups = 5;
+
+class OpenFile {
+  public:
+    explicit OpenFile(int opened) : number(opened) {}
+    ~OpenFile()
+    {
+        if (number >= 0)
+            ::close(number);
+    }
+    OpenFile(const OpenFile &) = delete;
+    OpenFile &operator=(const OpenFile &) = delete;
+
+    int get() const { return number; }
+
+  private:
+    int number;
+};
+
+// The beginning of a message: "Sun Nov 15 15:14:35  [4711] Info: ".
+bool read_head(std::string_view text, LogLine &line)
+{
+    constexpr std::string_view shape = "... ... .. ..:..:..  [";
+    if (text.size() < shape.size())
+        return false;
+    for (size_t at = 0; at < shape.size(); at++)
+        if (shape[at] != '.' && shape[at] != text[at])
+            return false;
+    const char *end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data() + shape.size(), end, line.process);
+    text = {rest, static_cast<size_t>(end - rest)};
+    if (error != std::errc() || !text.starts_with("] "))
+        return false;
+    text.remove_prefix(2);
+    for (unsigned level = LogError; level <= LogDebug; level++) {
+        const std::string_view name = LevelNames[level];
+        if (!text.starts_with(name) || !text.substr(name.size()).starts_with(": "))
+            continue;
+        line.level = static_cast<LogLevel>(level);
+        line.text = text.substr(name.size() + 2);
+        return true;
+    }
+    return false;
+}
+
+// Puts messages together out of lines: what does not begin one goes on with the last.
+class Messages {
+  public:
+    explicit Messages(const TakeLine &give_to) : take(give_to) {}
+
+    void add(std::string_view text)
+    {
+        LogLine head;
+        if (!read_head(text, head)) {
+            if (begun)
+                message.text.append("\n").append(text);
+            return;
+        }
+        finish();
+        message = std::move(head);
+        begun = true;
+    }
+
+    void finish()
+    {
+        if (begun)
+            take(message);
+        begun = false;
+    }
+
+  private:
+    const TakeLine &take;
+    LogLine message = {};
+    bool begun = false;
+};
+
+std::string backup_name(const std::string &path, int number)
+{
+    return path + std::to_string(number);
+}
+
+// Opening anything but a file could do or wait for anything.
+int open_log(const std::string &path)
+{
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0)
+        return -1;
+    if (!S_ISREG(info.st_mode)) {
+        errno = EINVAL;
+        return -1;
+    }
+    return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+bool read_whole(const std::string &path, const TakeLine &take)
+{
+    const OpenFile file(open_log(path));
+    return file.get() >= 0 && read_lines(file.get(), 0, take);
+}
+
+} // namespace
+
+bool read_lines(int file, off_t from, const TakeLine &take)
+{
+    Messages messages(take);
+    std::string rest;
+    std::array<char, 65536> block;
+    ssize_t length = 0;
+    while ((length = ::pread(file, block.data(), block.size(), from)) > 0) {
+        from += length;
+        rest.append(block.data(), static_cast<size_t>(length));
+        size_t begin = 0;
+        for (size_t end = 0; (end = rest.find('\n', begin)) != std::string::npos; begin = end + 1)
+            messages.add(std::string_view(rest).substr(begin, end - begin));
+        rest.erase(0, begin);
+    }
+    if (!rest.empty())
+        messages.add(rest);
+    messages.finish();
+    return length == 0;
+}
+
+bool read_log(const std::string &path, const TakeLine &take)
+{
+    for (int number = backups - 1; number >= 0; number--)
+        read_whole(backup_name(path, number), take);
+    return read_whole(path, take);
+}
+
+const char *log_hindrance(const std::string &path)
+{
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0)
+        return errno == ENOENT ? nullptr : std::strerror(errno);
+    if (S_ISDIR(info.st_mode))
+        return "it is a directory";
+    if (!S_ISREG(info.st_mode))
+        return "it is a device or a pipe, and can be read by one alone";
+    return ::access(path.c_str(), R_OK) == 0 ? nullptr : std::strerror(errno);
+}
+
+// --- Following -------------------------------------------------------------------------------
+
+LogWatch::LogWatch(const std::string &log, TakeLine take_line)
+    : path(log), take(std::move(take_line)), events(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+{
+    const size_t slash = path.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    if (events >= 0 && ::inotify_add_watch(events, directory.c_str(), IN_CREATE | IN_MOVED_TO) < 0)
+        ::close(std::exchange(events, -1));
+    hold_all(true);
+    // The log that is there already is the first of this run's files.
+    seen = ::access(path.c_str(), F_OK) == 0;
+}
+
+LogWatch::~LogWatch()
+{
+    for (const Held &held : files)
+        ::close(held.file);
+    if (events >= 0)
+        ::close(events);
+}
+
+void LogWatch::look()
+{
+    hold_all(false);
+    count_rotations();
+    let_go();
+}
+
+// Each rotation ends by giving the newest backup its name.
+void LogWatch::count_rotations()
+{
+    const std::string newest = backup_name(last_component(path.c_str()), 0);
+    alignas(inotify_event) std::array<char, 8192> buffer;
+    ssize_t length = 0;
+    while (events >= 0 && (length = ::read(events, buffer.data(), buffer.size())) > 0) {
+        for (const char *at = buffer.data(); at < buffer.data() + length;) {
+            const auto *event = reinterpret_cast<const inotify_event *>(at);
+            overflowed = overflowed || (event->mask & IN_Q_OVERFLOW) != 0;
+            rotations +=
+                (event->mask & IN_MOVED_TO) != 0 && event->len > 0 && newest == event->name;
+            at += sizeof(inotify_event) + event->len;
+        }
+    }
+}
+
+// From the newest to the oldest, the way that the files go themselves: one that is moved meanwhile
+// is met twice rather than never.
+void LogWatch::hold_all(bool from_end)
+{
+    auto newer = hold(path, files.end(), from_end);
+    for (int number = 0; number < backups; number++)
+        newer = hold(backup_name(path, number), newer, from_end);
+}
+
+// Takes a file in, unless it is held already, before the next newer one; returns where it is.
+LogWatch::Place LogWatch::hold(const std::string &name, Place newer, bool from_end)
+{
+    const int file = open_log(name);
+    struct stat info {};
+    if (file < 0 || ::fstat(file, &info) != 0)
+        return newer;
+    // As long as a file is held open its number is not given to another one.
+    const auto known = std::find_if(files.begin(), files.end(), [&](const Held &held) {
+        return held.device == info.st_dev && held.number == info.st_ino;
+    });
+    if (known != files.end()) {
+        ::close(file);
+        return known;
+    }
+    seen += !from_end;
+    return files.insert(newer, {.file = file,
+                                .device = info.st_dev,
+                                .number = info.st_ino,
+                                .from = from_end ? info.st_size : 0,
+                                .given = false});
+}
+
+void LogWatch::give(Held &held)
+{
+    if (!std::exchange(held.given, true) && !read_lines(held.file, held.from, take))
+        failure = errno;
+}
+
+// A very long run must not use up the descriptors: its oldest files, of which the program has let
+// go long ago, are read and closed. Those that may still have a name are kept.
+void LogWatch::let_go()
+{
+    constexpr size_t most = 100;
+    while (files.size() > most) {
+        give(files.front());
+        ::close(files.front().file);
+        files.pop_front();
+    }
+}
+
+bool LogWatch::finish()
+{
+    look();
+    for (Held &held : files)
+        give(held);
+    errno = failure;
+    return failure == 0;
+}
