@@ -33,7 +33,7 @@ std::string products_here()
 {
     std::string names;
     for (Scan scan(".", "*.dat"); scan.entry(); scan.next()) {
-        std::string name = entry_name(*scan.entry());
+        std::string name = scan.entry()->name;
         name.resize(name.size() - std::strlen(".dat"));
         names += (names.empty() ? "'" : ", '") + name + "'";
     }
