@@ -41,6 +41,14 @@ bool nobody_is_there()
     return automate || input_ended();
 }
 
+Input read_reply(char (&reply)[line_size])
+{
+    const Input input = read_input(reply, line_size);
+    if (input == Input::error)
+        emsg("Error reading what was typed, %s", std::strerror(errno));
+    return input;
+}
+
 } // namespace
 
 // --- The command line ------------------------------------------------------------------------
@@ -251,12 +259,18 @@ flow_result ask_all(Dialogue &dialogue)
     return flow_ended;
 }
 
-bool wants_changes(Dialogue &dialogue)
+// Goes on when the answers are to be gone through again. A line that the end of input has cut off
+// is no answer.
+Step review(Dialogue &dialogue)
 {
     if (automate)
-        return false;
+        return flow_ended;
     say("Do you want to change your answers [n]? ");
-    return read_input(dialogue.reply, line_size) && istrue(s_strtrm(dialogue.reply));
+    if (read_reply(dialogue.reply) == Input::error)
+        return flow_failed;
+    if (nobody_is_there() || !istrue(s_strtrm(dialogue.reply)))
+        return flow_ended;
+    return go_on;
 }
 
 flow_result ask_section(const flow &kind, const char *section, Ini *ini, const char *path)
@@ -269,11 +283,13 @@ flow_result ask_section(const flow &kind, const char *section, Ini *ini, const c
     }
     Dialogue dialogue = {
         .kind = kind, .ini = ini, .set = set.get(), .next = 0, .reply = "", .steps_back = 0};
-    flow_result result = flow_ended;
-    do
-        result = ask_all(dialogue);
-    while (result == flow_ended && wants_changes(dialogue));
-    return result;
+    Step ended = go_on;
+    while (!ended) {
+        ended = ask_all(dialogue);
+        if (ended == flow_ended)
+            ended = review(dialogue);
+    }
+    return *ended;
 }
 
 } // namespace
@@ -282,8 +298,7 @@ flow_result ask_section(const flow &kind, const char *section, Ini *ini, const c
 
 void printdot(char *, char *, int)
 {
-    std::fputc('.', stdout);
-    std::fflush(stdout);
+    say(".");
 }
 
 void printerror(char *, char *, int)
@@ -431,14 +446,15 @@ constexpr menu_entry menu_entries[] = {
 
 void print_header(Ini *ini)
 {
-    const char *rule = "======================================================\n";
-    say("%s", rule);
-    say("             Welcome to the %s installer\n", product_name(ini));
-    say(" You will be asked a series of questions, for each a\n");
-    say(" default answer will be provided (thus), to accept the\n");
-    say(" default simply press <enter>, otherwise enter a new\n");
-    say(" answer and press <enter>\n");
-    say("%s", rule);
+    const char *rule = "======================================================";
+    say("%s\n"
+        "             Welcome to the %s installer\n"
+        " You will be asked a series of questions, for each a\n"
+        " default answer will be provided (thus), to accept the\n"
+        " default simply press <enter>, otherwise enter a new\n"
+        " answer and press <enter>\n"
+        "%s\n",
+        rule, product_name(ini), rule);
 }
 
 void print_menu(Ini *ini)
@@ -478,7 +494,7 @@ bool choose(int standard, int &choice)
     }
     say("\nWhat would you like to do[%d]? ", standard);
     char reply[line_size];
-    if (!read_input(reply, line_size))
+    if (read_reply(reply) != Input::line)
         return false;
     const char *answer = s_strtrm(reply);
     if (*answer)

@@ -9,6 +9,7 @@
 #include <string>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -827,28 +828,65 @@ char *SectionReader::next()
 
 // --- The terminal ---------------------------------------------------------------------------
 
+namespace {
+
+// After a call that failed, whether to make it again: it was interrupted, or it did not wait for a
+// terminal that another program has set so, for which this waits.
+bool may_try_again(int descriptor, short event)
+{
+    if (errno == EINTR)
+        return true;
+    pollfd wanted = {.fd = descriptor, .events = event, .revents = 0};
+    return errno == EAGAIN && (::poll(&wanted, 1, -1) > 0 || errno == EINTR);
+}
+
+// The next character that is typed; EOF at the end and on an error.
+int read_character()
+{
+    int c = std::getchar();
+    while (c == EOF && !std::feof(stdin) && may_try_again(STDIN_FILENO, POLLIN)) {
+        std::clearerr(stdin);
+        c = std::getchar();
+    }
+    return c;
+}
+
+} // namespace
+
 void say(const char *format, ...)
 {
+    const ErrnoKeeper keeper;
     char text[2 * line_size];
     va_list arguments;
     va_start(arguments, format);
-    vlprintf(text, std::size(text), format, arguments);
+    const int length = vlprintf(text, std::size(text), format, arguments);
     va_end(arguments);
-    std::fputs(text, stdout);
+    // Not through a stream, which would throw away what a terminal does not take at once.
+    std::string_view rest(text, static_cast<size_t>(length));
+    while (!rest.empty()) {
+        const ssize_t shown = ::write(STDOUT_FILENO, rest.data(), rest.size());
+        if (shown >= 0)
+            rest.remove_prefix(static_cast<size_t>(shown));
+        else if (!may_try_again(STDOUT_FILENO, POLLOUT))
+            return;
+    }
 }
 
-bool read_input(char *buffer, int size)
+Input read_input(char *buffer, int size)
 {
-    std::fflush(stdout);
-    int c = input_ended() ? EOF : std::getchar();
+    const int before = errno;
+    int c = input_ended() ? EOF : read_character();
     if (c == EOF)
-        return false;
+        return std::ferror(stdin) ? Input::error : Input::end;
     int length = 0;
-    for (; c != '\n' && c != EOF; c = std::getchar())
+    for (; c != '\n' && c != EOF; c = read_character())
         if (length < size - 1)
             buffer[length++] = static_cast<char>(c);
     buffer[length] = '\0';
-    return true;
+    if (std::ferror(stdin))
+        return Input::error;
+    errno = before;
+    return Input::line;
 }
 
 bool input_ended()

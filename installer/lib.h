@@ -6,6 +6,7 @@
 // text"; what each function then answers is said beside it.
 #pragma once
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -56,6 +57,19 @@ template <typename T> [[nodiscard]] bool grow_table(T *&table, size_t used, size
         table[slot] = T{};
     return true;
 }
+
+// Keeps errno as it is to the end of its scope: what goes wrong in there must not become the reason
+// for something else.
+class ErrnoKeeper {
+  public:
+    ErrnoKeeper() : kept(errno) {}
+    ~ErrnoKeeper() { errno = kept; }
+    ErrnoKeeper(const ErrnoKeeper &) = delete;
+    ErrnoKeeper &operator=(const ErrnoKeeper &) = delete;
+
+  private:
+    int kept;
+};
 
 // --- Null-tolerant wrappers -----------------------------------------------------------------
 
@@ -373,13 +387,20 @@ class SectionReader {
 
 // --- The terminal ---------------------------------------------------------------------------
 
-// Prints to standard output through the formatter, at most 1999 characters.
+// Prints to standard output through the formatter, at most 1999 characters, which are shown at
+// once. What cannot be shown is lost; errno is left as it was.
 [[gnu::format(printf, 1, 2)]] void say(const char *format, ...);
 
-// Shows what was said so far and reads one line of standard input, without its end, cut at size - 1
-// characters: the rest of a longer line is thrown away. False at the end of input, with the buffer
-// untouched.
-[[nodiscard]] bool read_input(char *buffer, int size);
+// What reading a line came to.
+enum class Input {
+    line,  // one that may lack its end, where the input ended in it
+    end,   // of the input, with the buffer untouched
+    error, // told by errno; what is in the buffer is no answer
+};
 
-// True once a read has met the end of standard input: from then on nobody answers.
+// Reads one line of standard input, without its end, cut at size - 1 characters: the rest of a
+// longer line is thrown away. Waits for it also where the terminal was told not to.
+[[nodiscard]] Input read_input(char *buffer, int size);
+
+// True once a read has met the end of standard input or an error: from then on nobody answers.
 bool input_ended();

@@ -19,18 +19,6 @@ namespace {
 
 constexpr size_t default_rotate = 1'048'576;
 
-// Logging must not disturb the reason of the failure that is being logged.
-class ErrnoKeeper {
-  public:
-    ErrnoKeeper() : kept(errno) {}
-    ~ErrnoKeeper() { errno = kept; }
-    ErrnoKeeper(const ErrnoKeeper &) = delete;
-    ErrnoKeeper &operator=(const ErrnoKeeper &) = delete;
-
-  private:
-    int kept;
-};
-
 void make_current_if_none(Log *log)
 {
     if (CurrentLog)
@@ -88,6 +76,7 @@ void level_message(LogLevel level, const char *format, va_list arguments)
 {
     if (!CurrentLog || !format || CurrentLog->Level < level)
         return;
+    // Logging must not disturb the reason of the failure that is being logged.
     const ErrnoKeeper keeper;
     char text[line_size];
     vlprintf(text, line_size, format, arguments);

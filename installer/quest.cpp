@@ -322,8 +322,11 @@ int quest_ask(const questions *set, std::uint32_t index, char *answer, int size)
     const size_t length = std::strlen(prompt);
     lprintf(prompt + length, static_cast<unsigned>(line_size - length), " [%s]?", standard);
     say("%s ", print_wrapped(prompt));
+    if (read_input(answer, size) == Input::error) {
+        quest_seterror("The answer cannot be read");
+        return 0;
+    }
     // At the end of input what the buffer held before is the answer. Blanks before an answer stay.
-    static_cast<void>(read_input(answer, size));
     s_strtrm(answer);
     if (*answer)
         return 1;

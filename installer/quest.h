@@ -91,7 +91,8 @@ bool quest_is_asked(const questions *set, std::uint32_t index);
 char *quest_default(const questions *set, std::uint32_t index, char *buffer, int size);
 
 // Shows the question with its default and reads a line into the buffer; an empty one takes the
-// default. At the end of input the buffer is judged as it was. 1, or 0 with quest_error set.
+// default. At the end of input the buffer is judged as it was. 1, or 0 with quest_error set, also
+// when reading failed.
 int quest_ask(const questions *set, std::uint32_t index, char *answer, int size);
 
 // Judges an answer by the question's type and stores it. 1, or 0 with quest_error set and nothing
