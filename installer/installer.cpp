@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "copy.h"
 #include "file.h"
@@ -23,16 +27,19 @@ int automate = 0;
 namespace {
 
 // The path of one of the run's own files: the program's name in the working directory. Where the
-// whole path would be cut, and so name something else, the name alone leads there as well.
-void product_file(char (&path)[path_size], const char *extension)
+// whole path would be cut, and so name something else, the name alone leads there as well. A name
+// that would itself be cut is that of another file, or of the program: false.
+bool product_file(char (&path)[path_size], const char *extension)
 {
     char name[path_size] = "";
     attach_path(name, myname);
+    const size_t whole = std::strlen(name) + std::strlen(extension);
     attach_ext(name, extension);
     char directory[path_size] = "";
     currentdir(directory, path_size);
     if (!join_path(path, directory, name))
         scpy(path, name);
+    return whole < path_size;
 }
 
 // True when nobody will answer (any more).
@@ -330,12 +337,11 @@ flow_result run_flow(const flow &kind, Ini *ini)
 {
     const char *section = kind.section ? kind.section : special_mode;
     char path[path_size];
-    product_file(path, ".q");
+    if (!product_file(path, ".q"))
+        return flow_failed;
     const flow_result result = ask_section(kind, section, ini, path);
-    if (result == flow_ended) {
-        product_file(path, ".cpy");
+    if (result == flow_ended && product_file(path, ".cpy"))
         run_script(kind, section, ini, path);
-    }
     return result;
 }
 
@@ -545,11 +551,21 @@ void run_menu(Ini *ini)
 
 // --- The run ---------------------------------------------------------------------------------
 
+// A file that is opened in the place of a standard stream would be taken for the screen.
+void open_standard_streams()
+{
+    int descriptor = ::open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO)
+        descriptor = ::open("/dev/null", O_RDWR);
+    ::close(descriptor);
+}
+
 void start_log(Log *log)
 {
     char path[path_size];
-    product_file(path, ".log");
     log_set(log);
+    if (!product_file(path, ".log"))
+        return;
     log_open(log, path);
     log_doflush(log, 1);
     imsg("Log file opened in '%s'", path);
@@ -558,15 +574,15 @@ void start_log(Log *log)
 bool load_settings(Ini *ini)
 {
     char path[path_size];
-    product_file(path, ".dat");
-    return load_datfile(ini, path) != 0;
+    return product_file(path, ".dat") && load_datfile(ini, path) != 0;
 }
 
 bool probe_host(Ini *ini)
 {
     const Owned<init, init_free> script(init_init());
     char path[path_size];
-    product_file(path, ".int");
+    if (!product_file(path, ".int"))
+        return false;
     if (!init_load(script.get(), path)) {
         emsg("%s", init_error());
         say("Error: Failed to load init file '%s', %s\n", path, init_error());
@@ -594,6 +610,9 @@ void run(int argc, char **argv)
 
 int run_installer(int argc, char **argv)
 {
+    open_standard_streams();
+    // Whoever reads the screen or the log may leave; the work goes on.
+    std::signal(SIGPIPE, SIG_IGN);
     run(argc, argv);
     if (!automate) {
         say("\n<Press enter to exit>");

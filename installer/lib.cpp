@@ -702,6 +702,9 @@ FILE *open_stream(const char *path, int flags, const char *mode)
     const int descriptor = ::open(path, flags | O_NONBLOCK | O_CLOEXEC, 0666);
     if (descriptor < 0)
         return nullptr;
+    // Only the opening must not wait: what is written to a pipe must not be lost when it is full.
+    if ((flags & O_ACCMODE) == O_WRONLY)
+        ::fcntl(descriptor, F_SETFL, flags & O_APPEND);
     FILE *stream = ::fdopen(descriptor, mode);
     if (!stream)
         ::close(descriptor);

@@ -309,7 +309,7 @@ using Stream = Owned<FILE, s_fclose>;
 
 // Open a file of text: for reading (a device or a pipe that is not empty, and may never end, is
 // refused); created or emptied for writing; for appending. Unlike s_fopen they never wait at a
-// FIFO. Null when it cannot be opened.
+// FIFO; writing to one does. Null when it cannot be opened.
 [[nodiscard]] FILE *open_text(const char *path);
 [[nodiscard]] FILE *create_text(const char *path);
 [[nodiscard]] FILE *append_text(const char *path);

@@ -143,8 +143,8 @@ TEST_P(WrittenDown, GoesWordForWord)
 
 INSTANTIATE_TEST_SUITE_P(Dialogue, WrittenDown,
                          ::testing::Values("menu", "options", "missing", "steps", "answers", "end",
-                                           "outcome", "prompts", "commands", "trees", "harm",
-                                           "owners"),
+                                           "outcome", "streams", "prompts", "commands", "trees",
+                                           "harm", "owners"),
                          [](const auto &chosen) { return std::string(chosen.param); });
 
 // --- Dialogues that need more than text ---------------------------------------------------------
