@@ -29,6 +29,5 @@ Account run_and_judge(char *const *arguments);
 // The name of the product that a program belongs to: the base name of its path up to the first '.'.
 std::string product_of(const char *program);
 
-// The subcommands.
+// The subcommand.
 int kit_run(int argc, char **argv);
-int kit_explain(int argc, char **argv);
