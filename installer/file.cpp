@@ -315,19 +315,22 @@ mode_t examined_kind(int directory, const char *name)
 }
 
 // Asked when something failed: whether the entry is one to pass over. Leaves errno alone.
-bool is_gone(int directory, const char *name, const char *path)
+bool is_gone(int directory, const Entry &entry)
 {
     const int reason = errno;
-    const bool gone = examined_kind(directory, name) == 0;
+    // What is missing is gone, even if another one has that name by now; but not what a link
+    // misses.
+    const bool missing = reason == ENOENT && !S_ISLNK(entry.kind);
+    const bool gone = missing || examined_kind(directory, entry.name) == 0;
     if (gone)
-        log_unexamined(path);
+        log_unexamined(entry.path);
     errno = reason;
     return gone;
 }
 
 bool is_gone(const Scan &scan)
 {
-    return is_gone(scan.directory(), scan.entry()->name, scan.entry()->path);
+    return is_gone(scan.directory(), *scan.entry());
 }
 
 } // namespace
@@ -346,7 +349,7 @@ Scan::Scan(int above, const Entry &start)
     }
     // What was swapped for something else is as good as gone, but no everyday event.
     const bool swapped = errno == ENOTDIR || errno == ELOOP;
-    lost = is_gone(above, start.name, start.path) || swapped;
+    lost = is_gone(above, start) || swapped;
     if (!lost || swapped)
         file_error("Error opening dir '%s'", start.path);
 }
@@ -462,18 +465,17 @@ struct Source {
     explicit Source(const char *named) : path(named), directory(AT_FDCWD), name(named) {}
     explicit Source(const Scan &scan)
         : path(scan.entry()->path), directory(scan.directory()), name(scan.entry()->name),
-          kind(scan.entry()->kind)
+          entry(scan.entry())
     {
     }
 
-    bool is_entry() const { return directory != AT_FDCWD; }
-    bool is_link() const { return !is_entry() || S_ISLNK(kind); }
-    bool is_gone() const { return is_entry() && ::is_gone(directory, name, path); }
+    bool is_link() const { return !entry || S_ISLNK(entry->kind); }
+    bool is_gone() const { return entry && ::is_gone(directory, *entry); }
 
     const char *path;
     int directory;
     const char *name;
-    mode_t kind = 0; // of an entry
+    const Entry *entry = nullptr;
 };
 
 int open_file(int directory, const char *name, int flags)
@@ -610,7 +612,7 @@ constexpr int passed_over = -1;
 
 int try_copy(const Source &src, const char *dst, unsigned long *bytes)
 {
-    const mode_t mode = src.is_link() ? file_mode(src.path) : src.kind;
+    const mode_t mode = src.is_link() ? file_mode(src.path) : src.entry->kind;
     if (mode && !S_ISREG(mode)) {
         if (src.is_gone())
             return passed_over;

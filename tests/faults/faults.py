@@ -31,6 +31,8 @@ ERRORS = {
     "unlink": ["EACCES", "EIO"],
     "unlinkat": ["EACCES", "EIO"],
     "rmdir": ["EACCES", "EIO"],
+    "ftruncate": ["EACCES", "EIO"],
+    "fchmod": ["EACCES", "EIO"],
     "fchmodat": ["EACCES", "EIO"],
     "fchownat": ["EACCES", "EIO"],
     "newfstatat": ["EACCES", "EIO"],
