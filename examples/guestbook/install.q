@@ -26,7 +26,7 @@ DirExist cgi_dir       cgi_from   httpd    -  Directory of the web server's CGI 
 Dir      cgi_dir       cgi_from   nowhere  -  Directory for CGI programs (full path)
 Text     cgi_url       installed  false    -  Path of that directory in a URL
 # 7
-YN       give_data     ask_owner  -        -  Give a new data directory to the web server's user
+YN       give_data     ask_owner  -        -  As root: give a new data directory to the web server's user
 Text     www_user      give_data  -        -  User that the web server runs as
 Text     www_group     give_data  -        -  Group that the web server runs as
 # 10: the folder must not be there yet, unless this installer has made it.
