@@ -10,6 +10,12 @@ endif()
 
 set(share ${CPACK_TEMPORARY_DIRECTORY}/usr/share)
 set(documents ${share}/doc/${CPACK_PACKAGE_NAME})
+# Products take the programs along, to machines with other and older C libraries.
+file(GLOB programs RELATIVE ${CPACK_TEMPORARY_DIRECTORY} ${CPACK_TEMPORARY_DIRECTORY}/usr/bin/*)
+foreach(program IN LISTS programs)
+  file(APPEND ${share}/lintian/overrides/${CPACK_PACKAGE_NAME}
+    "${CPACK_PACKAGE_NAME}: statically-linked-binary [${program}]\n")
+endforeach()
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE ${documents}/changelog
 "${CPACK_PACKAGE_NAME} (${CPACK_PACKAGE_VERSION}) unstable; urgency=medium

@@ -1,4 +1,4 @@
-# What is installed where, and the packages that are made of it. Neither the program nor its page
+# What is installed where, and the packages that are made of it. Neither the installer nor its page
 # bears the name of the system's own install.
 
 set(CMAKE_INSTALL_DOCDIR share/doc/product-install CACHE PATH "Documents of the program")
@@ -10,19 +10,19 @@ include(GNUInstallDirs)
 
 install(PROGRAMS $<TARGET_FILE:installer> DESTINATION ${CMAKE_INSTALL_BINDIR}
   RENAME product-install)
-install(FILES man/product-install.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES
-  man/product-install-copy.5
-  man/product-install-data.5
-  man/product-install-init.5
-  man/product-install-question.5
-  DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+if(EXISTS ${PROJECT_SOURCE_DIR}/man/product-kit.1)
+  install(TARGETS kit DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+foreach(section 1 5)
+  file(GLOB pages CONFIGURE_DEPENDS man/*.${section})
+  install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endforeach()
 
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} OPTIONAL)
+install(FILES packaging/README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} OPTIONAL)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 file(GLOB pages CONFIGURE_DEPENDS docs/*.md)
 install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
-install(DIRECTORY examples/guestbook examples/starter DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY editors/vim/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vim/vimfiles)
 
 # For programs that build on the modules: find_package(product-install) gives the target
@@ -44,13 +44,14 @@ set(CPACK_PACKAGE_DESCRIPTION
 out about the host, what to ask, and what to do to the disk. The program then
 installs, upgrades or removes the product, in a dialogue or unattended.
 .
-The headers and the static library of its modules are included.")
+The program is static, so that it starts on any Linux to which a product is
+brought. A second one, product-kit, helps the product's author and whoever
+installs it. The headers and the static library of its modules are included.")
 
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian.cmake)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 
 # The generator External makes the tarball; TGZ would pack the files in any order.
