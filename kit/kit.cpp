@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "answers.h"
 #include "explain.h"
 #include "lib.h"
 #include "run.h"
@@ -16,6 +17,7 @@ int run_help(int argc, char **argv);
 constexpr Subcommand subcommands[] = {
     {"run", "[--] PROGRAM [ARGUMENT ...]", "runs an installer and says what was not done", kit_run},
     {"explain", "[LOG]", "gives the account of the last run that a log holds", kit_explain},
+    {"answers", "[LOG]", "prints the data file with the answers of that run", kit_answers},
     {"help", "[SUBCOMMAND]", "shows how a subcommand is called", run_help},
 };
 

@@ -4,6 +4,8 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "logfile.h"
@@ -54,6 +56,9 @@ struct Deed {
     bool has_failed;
 };
 
+// Names and values.
+using Settings = std::vector<std::pair<std::string, std::string>>;
+
 struct RunRecord {
     int process = 0;
     Stage stage = Stage::nothing;
@@ -64,7 +69,7 @@ struct RunRecord {
     std::string host;
     std::string system_dir;
     std::string current_dir;
-    std::vector<std::pair<std::string, std::string>> settings; // of the data file, unresolved
+    Settings settings; // of the data file, as they are written
     std::vector<std::string> setting_errors;
     std::vector<Event> dialogue;
     std::vector<ScriptLine> script;

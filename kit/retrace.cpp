@@ -9,12 +9,7 @@
 #include "product.h"
 #include "record.h"
 
-namespace {
-
-using Store = Owned<Ini, ini_free>;
-
-// The store as the run's own was before the probes.
-Store first_store(const RunRecord &record)
+Store store_before_probes(const RunRecord &record, const Settings &settings)
 {
     constexpr auto built_in = Ini_Fixed | Ini_Replace;
     const auto value_of = [](const std::string &text) {
@@ -26,7 +21,7 @@ Store first_store(const RunRecord &record)
         {.setting = "current_dir", .dflt = value_of(record.current_dir), .mode = built_in},
         {.setting = "action", .dflt = "install", .mode = Ini_None},
     };
-    for (const auto &[name, value] : record.settings)
+    for (const auto &[name, value] : settings)
         table.push_back({.setting = name.c_str(), .dflt = value_of(value), .mode = Ini_Replace});
     table.push_back({});
     Store store(ini_init());
@@ -35,11 +30,14 @@ Store first_store(const RunRecord &record)
     return store;
 }
 
+namespace {
+
 // One attempt: the run's way with a given flow as its first.
 class Attempt {
   public:
     Attempt(const RunRecord &the_record, const Product &the_product)
-        : record(the_record), product(the_product), store(first_store(the_record))
+        : record(the_record), product(the_product),
+          store(store_before_probes(the_record, the_record.settings))
     {
     }
 

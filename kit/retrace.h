@@ -6,9 +6,18 @@
 #include <string>
 #include <vector>
 
+#include "ini.h"
+#include "lib.h"
+#include "record.h"
+
 struct Line;
 struct Product;
-struct RunRecord;
+
+using Store = Owned<Ini, ini_free>;
+
+// The store that a run begins with: its built-in settings and those of a data file, with the
+// references between them resolved.
+Store store_before_probes(const RunRecord &record, const Settings &settings);
 
 // A value that the run stored.
 struct Step {
