@@ -38,7 +38,7 @@ bool read_record(const std::string &log, RunRecord &record, std::string &problem
     });
     if (!is_read)
         return fail(std::string("cannot be read: ") + std::strerror(errno));
-    return record.stage != Stage::nothing || fail("tells of no run");
+    return record.stage != Stage::nothing || fail("does not hold a run from its beginning");
 }
 
 } // namespace

@@ -217,18 +217,22 @@ Finished run_program(char *const *arguments)
     return finished;
 }
 
-Account run_and_judge(char *const *arguments)
+Account judge_run(const Finished &finished, const char *program)
 {
-    const Finished finished = run_program(arguments);
     if (!finished.problem.empty() && finished.ending.signal == 0)
         return unjudged(finished.problem);
     Product product;
     std::string unused;
-    const bool is_there = load_product(".", product_of(arguments[0]), product, unused);
+    const bool is_there = load_product(".", product_of(program), product, unused);
     return judge(finished.record, is_there ? &product : nullptr, finished.ending);
 }
 
-// --- The subcommands ---------------------------------------------------------------------------
+Account run_and_judge(char *const *arguments)
+{
+    return judge_run(run_program(arguments), arguments[0]);
+}
+
+// --- The subcommand ----------------------------------------------------------------------------
 
 int kit_run(int argc, char **argv)
 {
@@ -239,7 +243,12 @@ int kit_run(int argc, char **argv)
         return misused(argv[0]);
     if (first >= argc)
         return misused(argv[0]);
-    const Account account = run_and_judge(argv + first);
+    const Finished finished = run_program(argv + first);
+    const Account account = judge_run(finished, argv[first]);
+    // What the program has shown last need not end its line.
+    const bool has_run = finished.ending.is_known;
+    if (has_run && account.status != run_done && ::isatty(STDERR_FILENO))
+        std::fputc('\n', stderr);
     tell(account, stderr);
     return account.status;
 }

@@ -23,7 +23,10 @@ struct Finished {
 // returns.
 Finished run_program(char *const *arguments);
 
-// run_program, and judged beside the product's files.
+// Judges what a program has left behind in the present directory, beside the product's files.
+Account judge_run(const Finished &finished, const char *program);
+
+// Both in turn.
 Account run_and_judge(char *const *arguments);
 
 // The name of the product that a program belongs to: the base name of its path up to the first '.'.
