@@ -2,7 +2,6 @@
 #include <filesystem>
 #include <regex>
 
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -85,9 +84,7 @@ TEST_F(InitTest, WebServerFactsAreFoundOnceAndKept)
 {
     constexpr const char *place = "/opt/apache/conf/httpd.conf";
     // A fixed absolute place gets a mount that only this process sees.
-    if (::unshare(CLONE_NEWNS) != 0 ||
-        ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("none", "/opt", "tmpfs", 0, nullptr) != 0)
+    if (!have_own_mounts() || ::mount("none", "/opt", "tmpfs", 0, nullptr) != 0)
         GTEST_SKIP() << "no mount namespace of its own: " << std::strerror(errno);
     const std::string user = "HTTP_User u f - -\n";
     const std::string all = user + "HTTP_Group g f - -\nHTTP_Root r f - -\nHTTP_Scripts s f - -\n";

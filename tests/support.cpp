@@ -7,6 +7,8 @@
 #include <sstream>
 
 #include <grp.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -34,6 +36,20 @@ std::string read_all(const std::string &path)
 {
     std::ifstream stream(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+bool have_own_mounts()
+{
+    const std::string user = std::to_string(::geteuid());
+    const std::string group = std::to_string(::getegid());
+    if (::unshare(::geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS) != 0)
+        return false;
+    if (::geteuid() != 0) {
+        write_text("/proc/self/setgroups", "deny");
+        write_text("/proc/self/uid_map", user + " " + user + " 1");
+        write_text("/proc/self/gid_map", group + " " + group + " 1");
+    }
+    return ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 std::vector<std::string> tree_of(const std::string &directory)

@@ -16,6 +16,10 @@
 void write_text(const std::string &path, const std::string &text);
 std::string read_all(const std::string &path);
 
+// Gives this process mounts that no other sees, an ordinary user under the own id as well; false
+// where the machine does not allow it, with errno set.
+bool have_own_mounts();
+
 // Every path below a directory, sorted, directories ending in '/', files as "name=content", and
 // what is neither by its name alone.
 std::vector<std::string> tree_of(const std::string &directory);
