@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <sstream>
 
@@ -195,6 +197,19 @@ TEST_F(Dialogue, OnATerminalEachPromptWaitsForItsAnswer)
                   "\nDo you want to change your answers [n]? no\nCopying files[]\n"
                   "Success 0 bytes in 1 files copied\n{leave}bye\nBob|" +
                   much.substr(0, 999) + "|$(sure)\n\n");
+}
+
+TEST_F(Dialogue, AScreenThatDoesNotWaitIsWaitedFor)
+{
+    ask("Text word - - - Word\n");
+    const std::string line(900, 'x');
+    for (int number = 0; number < 500; number++)
+        std::ofstream("blurb.txt", std::ios::app) << line << '\n';
+    const Session session = run_on_socket({}, answers_of("do[1]? =>1|Word []? =>w|[n]? |exit>"));
+    const std::string text = shown(session);
+    EXPECT_TRUE(text.starts_with("{header}{menu}[Install]\nWord []? Do you want")) << text;
+    EXPECT_TRUE(text.ends_with(line + "\n{leave}Ann|w|$(sure)\n\n"));
+    EXPECT_EQ(std::ranges::count(text, 'x'), 500 * 900);
 }
 
 // One who ends the input has left for good, even where the terminal could be read again.

@@ -4,8 +4,10 @@
 #include <chrono>
 #include <csignal>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,6 +48,8 @@ Session converse(pid_t pid, int terminal, const Answers &answers)
         if (next == answers.end() || shown.find(next->first, seen) == std::string::npos)
             continue;
         seen = shown.find(next->first, seen) + next->first.size();
+        // It waits for the answer: a program that goes on to its end hangs up.
+        EXPECT_FALSE(::poll(&ready, 1, 20) > 0 && ready.revents & POLLHUP) << shown;
         const std::string typed = next->second + (next->second == end_of_input ? "" : "\n");
         EXPECT_EQ(::write(terminal, typed.data(), typed.size()), std::ssize(typed));
         ++next;
@@ -80,6 +84,22 @@ Session run_piped(const Program &program, const std::string &input)
     ::close(to[0]);
     ::close(from[1]);
     return converse(pid, from[0], {});
+}
+
+Session run_on_socket(const Program &program, const Answers &answers)
+{
+    std::array<int, 2> ends;
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+    EXPECT_EQ(::fcntl(ends[1], F_SETFL, O_NONBLOCK), 0);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            ::dup2(ends[1], stream);
+        ::close(ends[0]);
+        become(program);
+    }
+    ::close(ends[1]);
+    return converse(pid, ends[0], answers);
 }
 
 Session run_on_terminal(const Program &program, const Answers &answers)

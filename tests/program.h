@@ -28,5 +28,8 @@ inline const std::string end_of_input = "\x04";
 using Answers = std::vector<std::pair<std::string, std::string>>;
 Session run_on_terminal(const Program &program, const Answers &answers);
 
+// The same on a socket that does not wait, neither for what is typed nor for who reads.
+Session run_on_socket(const Program &program, const Answers &answers);
+
 // Answers out of "prompt=>answer|prompt=>answer"; a prompt alone is answered with an empty line.
 Answers answers_of(const std::string &text);
