@@ -51,6 +51,12 @@ int array_add(Array *array, void *item)
     return array ? array_add_num(array, item, array->items) : 0;
 }
 
+void array_keep(Array *array, void *item)
+{
+    if (!array_add(array, item))
+        out_of_memory();
+}
+
 int array_add_num(Array *array, void *item, int index)
 {
     if (!array || !item)

@@ -23,6 +23,9 @@ void array_setup(Array *array, int size, int block);
 // Appends. 1, or 0 for null arguments and short memory.
 int array_add(Array *array, void *item);
 
+// Appends an item that nobody can do without: where array_add gives 0, the program ends.
+void array_keep(Array *array, void *item);
+
 // Inserts before the item at `index`; the cursor keeps to its item. 1, or 0 for null arguments, an
 // index outside 0..items and short memory (which is logged).
 int array_add_num(Array *array, void *item, int index);

@@ -452,7 +452,7 @@ Destinations find_destinations(const copy *x, unsigned index)
     for (Scan scan(pattern.directory, pattern.wild); scan.entry(); scan.next()) {
         const Entry &entry = *scan.entry();
         if (is_directory(entry) && !wild_ilist(entry.name, copy_not(x, index)))
-            array_add(found.get(), s_strdup(entry.path));
+            array_keep(found.get(), s_strdup(entry.path));
     }
     return found;
 }

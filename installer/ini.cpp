@@ -69,11 +69,13 @@ void add_associations(Ini *ini, const int *pairs)
 {
     for (; *pairs != -1; pairs += 2) {
         Item *item = item_at(ini, pairs[0]);
-        int *target = item ? static_cast<int *>(std::malloc(sizeof(int))) : nullptr;
-        if (!target) {
+        if (!item) {
             emsg("Ini association index %d invalid.", pairs[0]);
             continue;
         }
+        int *target = static_cast<int *>(std::malloc(sizeof(int)));
+        if (!target)
+            out_of_memory();
         *target = pairs[1];
         list_add(item->assoc, target);
         dmsg("Ini association index %d->%d added", pairs[0], pairs[1]);
@@ -217,9 +219,26 @@ const char *replacement_for(const Ini *ini, int index)
     return node_item<char>(list_first(item_at(ini, index)->values));
 }
 
+// Replaces a reference wherever it stands in a value; false when the result had to be cut.
+bool replace_in_value(const Ini *ini, int target, const char *name, Node *value)
+{
+    const char *replacement = replacement_for(ini, target);
+    char reference[line_size + 4];
+    lprintf(reference, std::size(reference), "$(%s)", name);
+    char result[line_size];
+    BoundedText replaced(result, line_size);
+    replaced.append_replaced(node_item<char>(value), reference, replacement);
+    dmsg("Replaced '%s' in '%s' with '%s' = '%s'", reference, node_item<char>(value), replacement,
+         result);
+    std::free(std::exchange(value->data, s_strdup(result)));
+    return !replaced.is_cut();
+}
+
 void process_value(const Ini *ini, int index, Node *value)
 {
-    int replaced = 0;
+    const char *name = ini->list[index].setting;
+    int replacements = 0;
+    bool whole = true;
     Reference reference;
     const char *scan = node_item<char>(value);
     while (find_reference(scan, reference) && reference.end) {
@@ -228,21 +247,16 @@ void process_value(const Ini *ini, int index, Node *value)
             scan = reference.begin + 1;
             continue;
         }
-        if (++replaced > replacements_most) {
-            emsg("The value of '%s' refers to itself, left as '%s'", ini->list[index].setting,
-                 node_item<char>(value));
-            return;
+        if (++replacements > replacements_most) {
+            emsg("The value of '%s' was given up after %d replacements, left as '%s'", name,
+                 replacements_most, node_item<char>(value));
+            break;
         }
-        const char *replacement = replacement_for(ini, target);
-        char whole[line_size + 4];
-        lprintf(whole, std::size(whole), "$(%s)", reference.name);
-        char result[line_size];
-        sreplace(node_item<char>(value), whole, replacement, result, line_size);
-        dmsg("Replaced '%s' in '%s' with '%s' = '%s'", whole, node_item<char>(value), replacement,
-             result);
-        std::free(std::exchange(value->data, s_strdup(result)));
+        whole = replace_in_value(ini, target, reference.name, value) && whole;
         scan = node_item<char>(value);
     }
+    if (!whole)
+        emsg("The value of '%s' was cut at %d characters", name, line_size - 1);
 }
 
 } // namespace
@@ -272,7 +286,7 @@ void ini_setup(Ini *ini, const SettingList *table, const int *associations, int 
     for (int index = 0; index < count; index++) {
         const SettingList &row = table[index];
         ini->list[index] = {.setting = s_strdup(row.setting), .dflt = nullptr, .mode = row.mode};
-        array_add(ini->data, make_item(use_defaults ? row.dflt : nullptr));
+        array_keep(ini->data, make_item(use_defaults ? row.dflt : nullptr));
         dmsg("Ini setting '%s' setup", row.setting);
     }
     ini->items = count;
@@ -298,7 +312,7 @@ void ini_setup_load_fn(Ini *ini, IniLoadFn transform, SettingMode flag)
         }
     }
     imsg("New load fn [%p] set for flag [%d]", address(transform), static_cast<int>(flag));
-    array_add(ini->xtra, new Hook{.transform = transform, .flag = flag});
+    array_keep(ini->xtra, new Hook{.transform = transform, .flag = flag});
 }
 
 void ini_setmode(Ini *ini, IniMode mode)
@@ -363,7 +377,7 @@ Array *ini_label_wild(const Ini *ini, const char *pattern)
     LabelArray labels(array_init(0));
     for (int index = 0; index < ini->items; index++)
         if (wild_match(ini->list[index].setting, pattern))
-            array_add(labels.get(), const_cast<char *>(ini->list[index].setting));
+            array_keep(labels.get(), const_cast<char *>(ini->list[index].setting));
     return labels.release();
 }
 

@@ -166,8 +166,8 @@ bool find_reference(const char *text, Reference &reference);
 
 // Resolves the references between all stored values: to replaceable settings by their first own
 // value, to other settings by nothing; those to unknown names stay. Names are compared without
-// regard to case. A value that refers to itself stays as it is after 100 replacements, with an
-// error in the log. 1, or 0 without a table.
+// regard to case. A value is given up, and stays as it then is, after 100 replacements; one that
+// grows beyond 999 characters is cut. Both are errors in the log. 1, or 0 without a table.
 int ini_process(Ini *ini);
 
 // Releases the store and clears the caller's pointer.

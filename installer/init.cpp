@@ -54,6 +54,10 @@ void run_http(const init_item &item, Ini *ini)
     ini_add_name(ini, item.b, "true");
 }
 
+// Its format is the author's, so that the compiler cannot check it.
+constexpr size_t (*print_time)(char *text, size_t size, const char *format,
+                               const struct tm *time) = std::strftime;
+
 void run_time_date(const init_item &item, Ini *ini)
 {
     const char *format = ini_value_name(ini, item.a);
@@ -66,7 +70,7 @@ void run_time_date(const init_item &item, Ini *ini)
     ::localtime_r(&now, &local);
     char text[line_size];
     // Nothing is written when the result does not fit or is empty.
-    if (std::strftime(text, line_size, format, &local) == 0)
+    if (print_time(text, line_size, format, &local) == 0)
         text[0] = '\0';
     ini_add_name(ini, item.b, text);
 }
@@ -88,9 +92,11 @@ void run_read_file(const init_item &item, Ini *ini)
     ini_replace(ini, item.a, path, path_size);
     const Stream stream(open_text(path));
     const Text text(stream ? read_text(stream.get()) : nullptr);
+    // Half of a value is worse than none.
     if (!stream || std::ferror(stream.get()))
         emsg("Failed to read (%s), %s", path, std::strerror(errno));
-    ini_add_name(ini, item.b, text.get());
+    else
+        ini_add_name(ini, item.b, text.get());
 }
 
 constexpr command_word command_words[] = {
@@ -164,8 +170,8 @@ int init_load(pInit script, const char *file)
     while (char *line = reader.next_content()) {
         if (!pending)
             pending.reset(new init_item{});
-        if (init_parse(line, *pending) && array_add(script->list, pending.get()))
-            static_cast<void>(pending.release());
+        if (init_parse(line, *pending))
+            array_keep(script->list, pending.release());
     }
     if (reader.is_open() && !reader.failed())
         return 1;
@@ -280,133 +286,104 @@ constexpr const char *http_files[] = {
     "/opt/apache/conf/httpd.conf",
 };
 
-// What is found once holds for the run.
-char http_user[line_size];
-char http_group[line_size];
-char http_root[line_size];
-char http_scripts[line_size];
-int done_user = 0;
-int done_group = 0;
-int done_root = 0;
-int done_scripts = 0;
-
-// A directive's handler takes the fields behind its name; false, with errmsg filled, ends the
-// search.
-struct directive {
-    const char *word;
-    bool (*take)(char *fields, char *errmsg);
+// One thing to know about the web server. What is found once holds for the run.
+struct Fact {
+    const char *word; // the directive that tells it
+    // Takes the fields behind the word; false, with errmsg filled, ends the search.
+    bool (*take)(Fact &fact, char *fields, char *errmsg);
+    bool known;
+    char value[line_size];
 };
 
-// What a user and a group have in common: a name that the system must know.
-struct account {
-    const char *bad;
-    const char *found;
-    int (*look_up)(const char *name);
-    char *value;
-    int *done;
-};
-
-bool take_account(char *fields, char *errmsg, const account &kind)
+// What a user and a group have in common: a name that the system must know. It says uid for a group
+// too, as it always has.
+bool take_account(Fact &fact, const char *noun, int (*look_up)(const char *name), char *fields,
+                  char *errmsg)
 {
     const char *name = next_field(&fields);
     if (!name)
         return true;
-    const int id = kind.look_up(name);
+    const int id = look_up(name);
     if (id < 0) {
-        lprintf(errmsg, line_size, kind.bad, name, id);
+        lprintf(errmsg, line_size, "%s '%s' has bad uid '%d'", fact.word, name, id);
         return false;
     }
-    dmsg(kind.found, name);
-    scpy(kind.value, name, line_size);
-    *kind.done = 1;
+    dmsg("Found %s [%s]", noun, name);
+    scpy(fact.value, name);
+    fact.known = true;
     return true;
 }
 
-bool take_user(char *fields, char *errmsg)
+bool take_user(Fact &fact, char *fields, char *errmsg)
 {
-    return take_account(fields, errmsg,
-                        {.bad = "User '%s' has bad uid '%d'",
-                         .found = "Found user [%s]",
-                         .look_up = file_getuid,
-                         .value = http_user,
-                         .done = &done_user});
+    return take_account(fact, "user", file_getuid, fields, errmsg);
 }
 
-bool take_group(char *fields, char *errmsg)
+bool take_group(Fact &fact, char *fields, char *errmsg)
 {
-    // It says uid for a group too, as it always has.
-    return take_account(fields, errmsg,
-                        {.bad = "Group '%s' has bad uid '%d'",
-                         .found = "Found group [%s]",
-                         .look_up = file_getgid,
-                         .value = http_group,
-                         .done = &done_group});
+    return take_account(fact, "group", file_getgid, fields, errmsg);
 }
 
 // A directory that begins with a quote loses its first and its last character.
-void take_directory(char *directory, char (&value)[line_size], int *done)
+void take_directory(Fact &fact, char *directory)
 {
-    *done = 1;
+    fact.known = true;
     if (directory[0] != '"') {
-        scpy(value, directory);
+        scpy(fact.value, directory);
         return;
     }
     const size_t length = std::strlen(directory);
     if (length < 2)
         return;
     directory[length - 1] = '\0';
-    scpy(value, directory + 1);
+    scpy(fact.value, directory + 1);
 }
 
-bool take_scripts(char *fields, char *)
+bool take_scripts(Fact &fact, char *fields, char *)
 {
     const char *url = next_field(&fields);
     char *directory = next_field(&fields);
     if (directory && s_strstr(url, "cgi-bin"))
-        take_directory(directory, http_scripts, &done_scripts);
+        take_directory(fact, directory);
     return true;
 }
 
-bool take_root(char *fields, char *)
+bool take_root(Fact &fact, char *fields, char *)
 {
     if (char *directory = next_field(&fields))
-        take_directory(directory, http_root, &done_root);
+        take_directory(fact, directory);
     return true;
 }
 
-constexpr directive directives[] = {
-    {"User", take_user},
-    {"Group", take_group},
-    {"ScriptAlias", take_scripts},
-    {"DocumentRoot", take_root},
+// In the order in which missing ones are listed.
+Fact facts[] = {
+    {"Group", take_group, false, ""},
+    {"User", take_user, false, ""},
+    {"DocumentRoot", take_root, false, ""},
+    {"ScriptAlias", take_scripts, false, ""},
 };
+
+bool is_known(const Fact &fact)
+{
+    return fact.known;
+}
 
 bool take_line(char *line, char *errmsg)
 {
-    const directive *known = find_word(directives, next_field(&line), s_stricmp);
-    return !known || known->take(line, errmsg);
-}
-
-const char *find_configuration()
-{
-    for (const char *candidate : http_files) {
-        dmsg("Is Httpd conf?[%s]", candidate);
-        if (Stream(open_text(candidate))) {
-            dmsg("Httpd conf is [%s]", candidate);
-            return candidate;
-        }
-    }
-    return nullptr;
+    const char *word = next_field(&line);
+    for (Fact &fact : facts)
+        if (s_stricmp(fact.word, word) == 0)
+            return fact.take(fact, line, errmsg);
+    return true;
 }
 
 // Reads until all facts are known; false, with errmsg filled, on one that cannot be true.
-bool read_configuration(const char *path, char *errmsg)
+bool read_facts(LineReader &reader, const char *path, char *errmsg)
 {
-    LineReader reader(path);
     while (char *line = reader.next_content()) {
         if (!take_line(line, errmsg))
             return false;
-        if (done_user && done_group && done_root && done_scripts)
+        if (std::all_of(std::begin(facts), std::end(facts), is_known))
             return true;
     }
     if (reader.failed())
@@ -414,11 +391,30 @@ bool read_configuration(const char *path, char *errmsg)
     return true;
 }
 
+// Reads the first configuration that opens.
+bool read_configuration(char *errmsg)
+{
+    for (const char *path : http_files) {
+        dmsg("Is Httpd conf?[%s]", path);
+        LineReader reader(path);
+        if (reader.is_open()) {
+            dmsg("Httpd conf is [%s]", path);
+            return read_facts(reader, path, errmsg);
+        }
+    }
+    lprintf(errmsg, line_size, "Cannot find httpd.conf file");
+    return false;
+}
+
 void list_missing(char *errmsg)
 {
-    lprintf(errmsg, line_size, "Could not find%s%s%s%s", done_group ? "" : ", Group",
-            done_user ? "" : ", User", done_root ? "" : ", DocumentRoot",
-            done_scripts ? "" : ", ScriptAlias");
+    scpy(errmsg, "Could not find", line_size);
+    for (const Fact &fact : facts) {
+        if (fact.known)
+            continue;
+        scat(errmsg, ", ", line_size);
+        scat(errmsg, fact.word, line_size);
+    }
 }
 
 } // namespace
@@ -428,26 +424,20 @@ int init_find_http_conf(char *user, char *group, char *root, char *scripts, char
     char unwanted[line_size];
     if (!errmsg)
         errmsg = unwanted;
-    const auto all_known = [&] {
-        return (!user || done_user) && (!group || done_group) && (!root || done_root) &&
-               (!scripts || done_scripts);
+    char *const buffers[] = {group, user, root, scripts}; // in the order of the facts
+    const auto satisfied = [](const char *buffer, const Fact &fact) {
+        return !buffer || fact.known;
     };
+    const auto all_known = [&] {
+        return std::equal(std::begin(buffers), std::end(buffers), std::begin(facts), satisfied);
+    };
+    if (!all_known() && !read_configuration(errmsg))
+        return 0;
     if (!all_known()) {
-        const char *path = find_configuration();
-        if (!path) {
-            lprintf(errmsg, line_size, "Cannot find httpd.conf file");
-            return 0;
-        }
-        if (!read_configuration(path, errmsg))
-            return 0;
-        if (!all_known()) {
-            list_missing(errmsg);
-            return 0;
-        }
+        list_missing(errmsg);
+        return 0;
     }
-    scpy(user, http_user, line_size);
-    scpy(group, http_group, line_size);
-    scpy(root, http_root, line_size);
-    scpy(scripts, http_scripts, line_size);
+    for (size_t number = 0; number < std::size(facts); number++)
+        scpy(buffers[number], facts[number].value, line_size);
     return 1;
 }

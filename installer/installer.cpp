@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <optional>
 
 #include <fcntl.h>
@@ -476,7 +477,7 @@ void print_menu(Ini *ini)
 void print_blurb(Ini *ini)
 {
     LineReader reader("blurb.txt");
-    if (!reader.is_open())
+    if (!ini || !reader.is_open())
         return;
     say("\n");
     while (const char *line = reader.next()) {
@@ -611,6 +612,7 @@ void run(int argc, char **argv)
 int run_installer(int argc, char **argv)
 {
     open_standard_streams();
+    std::set_new_handler(out_of_memory);
     // Whoever reads the screen or the log may leave; the work goes on.
     std::signal(SIGPIPE, SIG_IGN);
     run(argc, argv);

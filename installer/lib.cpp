@@ -13,6 +13,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+void out_of_memory()
+{
+    constexpr std::string_view message = "Out of memory\n";
+    if (::write(STDERR_FILENO, message.data(), message.size()) < 0)
+        std::abort();
+    std::_Exit(EXIT_FAILURE);
+}
+
 void text_free(char **text)
 {
     std::free(*text);
@@ -100,7 +108,10 @@ const char *s_strstr(const char *haystack, const char *needle)
 
 char *s_strdup(const char *text)
 {
-    return text ? ::strdup(text) : nullptr;
+    char *copy = text ? ::strdup(text) : nullptr;
+    if (text && !copy)
+        out_of_memory();
+    return copy;
 }
 
 void s_assign(char **owned, const char *text)
@@ -166,13 +177,7 @@ char *sreplace(const char *source, const char *search, const char *replacement, 
     if (!source || !search || !destination || size == 0)
         return nullptr;
     BoundedText result(destination, size);
-    while (const char *match = *search ? std::strstr(source, search) : nullptr) {
-        result.append({source, static_cast<size_t>(match - source)});
-        if (replacement)
-            result.append(replacement);
-        source = match + std::strlen(search);
-    }
-    result.append(source);
+    result.append_replaced(source, search, replacement);
     return destination;
 }
 
@@ -181,8 +186,9 @@ char *smake(const char *source, unsigned n)
     if (!source || n == 0)
         return nullptr;
     char *made = static_cast<char *>(std::malloc(static_cast<size_t>(n) + 1));
-    if (made)
-        scpy(made, source, static_cast<int>(n));
+    if (!made)
+        out_of_memory();
+    scpy(made, source, static_cast<int>(n));
     return made;
 }
 
@@ -206,6 +212,18 @@ void BoundedText::append(std::string_view addition)
         std::memcpy(text + used, addition.data(), length);
     used += length;
     text[used] = '\0';
+    cut = cut || length < addition.size();
+}
+
+void BoundedText::append_replaced(const char *source, const char *search, const char *replacement)
+{
+    while (const char *match = *search ? std::strstr(source, search) : nullptr) {
+        append({source, static_cast<size_t>(match - source)});
+        if (replacement)
+            append(replacement);
+        source = match + std::strlen(search);
+    }
+    append(source);
 }
 
 // --- Truth words ----------------------------------------------------------------------------
@@ -287,6 +305,9 @@ const char *read_conversion(const char *format, Conversion &conversion, Argument
     return *format ? format + 1 : format;
 }
 
+// The patterns are made here, so that the compiler cannot check them.
+constexpr int (*print_unchecked)(char *, size_t, const char *, ...) = std::snprintf;
+
 // A number or pointer, formatted by the standard library.
 template <typename Value>
 void append_number(BoundedText &output, const Conversion &conversion, Value value)
@@ -295,10 +316,10 @@ void append_number(BoundedText &output, const Conversion &conversion, Value valu
                                 (conversion.letter == 'p' ? "*" : "*.*") + conversion.letter;
     const auto print = [&](char *buffer, size_t size) {
         if constexpr (std::is_pointer_v<Value>)
-            return std::snprintf(buffer, size, pattern.c_str(), conversion.width, value);
+            return print_unchecked(buffer, size, pattern.c_str(), conversion.width, value);
         else
-            return std::snprintf(buffer, size, pattern.c_str(), conversion.width,
-                                 conversion.precision, value);
+            return print_unchecked(buffer, size, pattern.c_str(), conversion.width,
+                                   conversion.precision, value);
     };
     std::array<char, 64> brief;
     const int length = print(brief.data(), brief.size());

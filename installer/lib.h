@@ -2,8 +2,8 @@
 // paths, wildcards, and the one way in which text files are opened and read.
 //
 // Texts are NUL-terminated bytes. A size is the full capacity of a buffer, terminator included;
-// what does not fit is cut, never written. Null texts are accepted everywhere and stand for "no
-// text"; what each function then answers is said beside it.
+// what does not fit is cut, never written. A null text stands for "no text", and what each function
+// then answers is said beside it; only where "not null" is said there must be one.
 #pragma once
 
 #include <cerrno>
@@ -19,7 +19,12 @@
 constexpr int path_size = 256;  // a path buffer
 constexpr int line_size = 1000; // a line, an answer, a value or a message
 
-// --- Ownership ------------------------------------------------------------------------------
+// --- Memory and ownership
+// ------------------------------------------------------------------------------
+
+// Ends the program at once, with a word on standard error: what cannot be remembered must not be
+// taken for something that was never there. All but the growing of tables ends so.
+[[noreturn]] void out_of_memory();
 
 // Deletes through a module's own releasing function, which takes the address of the pointer.
 template <auto release> struct Releaser {
@@ -111,17 +116,17 @@ int scpy(char *destination, const char *source, int size);
 // with nothing done, for nulls and a size below 1.
 int scat(char *destination, const char *source, int size);
 
-// Copies the leading characters up to the first one out of `delimiters`, at most size - 1 (a size
-// of 0 sets no limit). Returns how many were copied; 0 for a null source or destination.
+// Copies the leading characters up to the first one out of `delimiters` (not null), at most size -
+// 1 (a size of 0 sets no limit). Returns how many were copied; 0 for a null source or destination.
 unsigned schunk(const char *source, const char *delimiters, char *destination, unsigned size);
 
 // Inserts the prefix in front of the text when both together are shorter than size, and returns
 // the text; otherwise, and for nulls, null with nothing changed.
 char *spre(char *text, const char *prefix, unsigned size);
 
-// Writes the source with every occurrence of the search text (not empty) replaced, scanned left to
-// right, cut to size - 1 characters. A null replacement is empty. Returns the destination, or null
-// for a null source or search.
+// Writes the source with every occurrence of the search text replaced (there is none of an empty
+// one), scanned left to right, cut to size - 1 characters. A null replacement is empty. Returns the
+// destination, or null for a null source or search.
 char *sreplace(const char *source, const char *search, const char *replacement, char *destination,
                unsigned size);
 
@@ -150,13 +155,18 @@ class BoundedText {
 
     size_t length() const { return used; }
     size_t room() const { return capacity - 1 - used; }
+    bool is_cut() const { return cut; } // true when anything did not fit
 
     void append(std::string_view addition);
+
+    // Appends what sreplace writes; the texts are not null.
+    void append_replaced(const char *source, const char *search, const char *replacement);
 
   private:
     char *text;
     size_t capacity; // at least 1
     size_t used = 0;
+    bool cut = false;
 };
 
 // --- Truth words ----------------------------------------------------------------------------
@@ -225,8 +235,8 @@ int get_ext(char *buffer, const char *path, int size);
 // cut to size - 1 characters. Returns the result; null when it is null or empty, or size is 0.
 char *attach_path(char *result, const char *name, unsigned size);
 
-// Appends an extension that carries its own '.', cut to size - 1 characters. Returns the result;
-// null for a null result or size 0.
+// Appends an extension (not null) that carries its own '.', cut to size - 1 characters. Returns the
+// result; null for a null result or size 0.
 char *attach_ext(char *result, const char *extension, unsigned size);
 
 template <unsigned size> char *attach_path(char (&result)[size], const char *name)
@@ -239,11 +249,12 @@ template <unsigned size> char *attach_ext(char (&result)[size], const char *exte
     return attach_ext(result, extension, size);
 }
 
-// Joins a directory and the name of an entry in it, both as they stand: a backslash is part of a
-// name on disk. False when the whole path does not fit: a cut one would name something else.
+// Joins a directory and the name of an entry in it (not null), both as they stand: a backslash is
+// part of a name on disk. False when the whole path does not fit: a cut one would name something
+// else.
 bool join_path(char (&result)[path_size], const char *directory, const char *name);
 
-// Writes every separator in the text as the given character. Returns the text.
+// Writes every separator in the text (not null) as the given character. Returns the text.
 char *setsep(char *text, char separator);
 
 // The program's own name: the last component of its first argument, cut at its first '.'.
@@ -321,8 +332,9 @@ using Stream = Owned<FILE, s_fclose>;
 // The rest of a stream as one heap text, released with free; null when there is none.
 [[nodiscard]] char *read_text(FILE *stream);
 
-// The next field of a line, in place: leading blanks and tabs are skipped, the field is ended at
-// the one that follows it and *rest moves behind that. Null, with *rest null, when none is left.
+// The next field of a line (*rest may be null), in place: leading blanks and tabs are skipped, the
+// field is ended at the one that follows it and *rest moves behind that. Null, with *rest null,
+// when none is left.
 char *next_field(char **rest);
 
 // The name in a line that is a section's header, changed in place; null for any other line. It is

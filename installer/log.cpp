@@ -72,7 +72,8 @@ void print_time(char (&text)[21])
         text[0] = '\0';
 }
 
-void level_message(LogLevel level, const char *format, va_list arguments)
+[[gnu::format(printf, 2, 0)]] void level_message(LogLevel level, const char *format,
+                                                 va_list arguments)
 {
     if (!CurrentLog || !format || CurrentLog->Level < level)
         return;
@@ -81,6 +82,21 @@ void level_message(LogLevel level, const char *format, va_list arguments)
     char text[line_size];
     vlprintf(text, line_size, format, arguments);
     log_line(CurrentLog, text, level);
+}
+
+// Keeps an error until there is a log. When there is no room to keep it, the array says so through
+// emsg, which comes back here: both are lost.
+void keep_early(const char *text)
+{
+    static bool keeping = false;
+    if (std::exchange(keeping, true))
+        return;
+    if (!EmsgLog)
+        EmsgLog = array_init(0);
+    Text copy(s_strdup(text));
+    if (array_add(EmsgLog, copy.get()))
+        static_cast<void>(copy.release());
+    keeping = false;
 }
 
 } // namespace
@@ -253,11 +269,7 @@ void emsg(const char *format, ...)
         log_line(CurrentLog, text, LogError);
         return;
     }
-    if (!EmsgLog)
-        EmsgLog = array_init(0);
-    Text copy(s_strdup(text));
-    if (array_add(EmsgLog, copy.get()))
-        static_cast<void>(copy.release());
+    keep_early(text);
 }
 
 void imsg(const char *format, ...)

@@ -162,6 +162,9 @@ bool quest_parse(char *line, quest &question)
                                           : &question.help_id;
     if (!take_field(&line, second, "Missing Help ID text"))
         return false;
+    // A field can still hold white space that divides no fields.
+    if (!(fields & path_first))
+        s_assign(second, s_strtrm(*second));
     return !(fields & has_text) || take_text(line, question);
 }
 

@@ -101,8 +101,7 @@ int load_datfile(Ini *ini, const char *file)
     if (used == capacity && !make_room(1))
         return 0;
     ini_setup(ini, _settings, nullptr, 1);
-    ini_process(ini);
-    return 1;
+    return ini_process(ini);
 }
 
 void clear_datfile()

@@ -1,10 +1,12 @@
 #include "log.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <regex>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -122,6 +124,25 @@ TEST_F(LogFile, EarlyErrorsWaitForALog)
     EXPECT_EQ(log_setup(log.get(), ".", "x.log"), 1);
     log_close(log.get());
     EXPECT_EQ(files(), "x.log=Error: one 1|Error: two| ");
+}
+
+// The address sanitizer and valgrind need memory that the limit denies them.
+TEST_F(LogFile, ShortMemoryEndsTheProgramOrIsRefusedButNeverGoesRound)
+{
+    if (std::getenv("LD_PRELOAD") || std::getenv("ASAN_OPTIONS"))
+        GTEST_SKIP() << "under a tool that needs memory of its own";
+    const std::string large(1U << 26U, 'x');
+    const auto without_memory = [&](auto act) {
+        EmsgLog = array_init(0);
+        EmsgLog->block = 1 << 24;
+        const rlimit none = {0, 0};
+        EXPECT_EQ(::setrlimit(RLIMIT_AS, &none), 0);
+        act();
+        ::_exit(EmsgLog->items);
+    };
+    EXPECT_EXIT(without_memory([] { emsg("lost"); }), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(without_memory([&] { static_cast<void>(s_strdup(large.c_str())); }),
+                testing::ExitedWithCode(1), "Out of memory");
 }
 
 } // namespace
