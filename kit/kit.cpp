@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "answers.h"
+#include "check.h"
 #include "explain.h"
 #include "lib.h"
 #include "run.h"
@@ -15,6 +16,9 @@ namespace {
 int run_help(int argc, char **argv);
 
 constexpr Subcommand subcommands[] = {
+    {"check",
+     "[--strict] [--json] [FOLDER [NAME]] | --list [SECTION [FOLDER [NAME]]] | --rules [RULE]",
+     "names the mistakes in a product before anything runs", kit_check},
     {"run", "[--] PROGRAM [ARGUMENT ...]", "runs an installer and says what was not done", kit_run},
     {"explain", "[LOG]", "gives the account of the last run that a log holds", kit_explain},
     {"answers", "[LOG]", "prints the data file with the answers of that run", kit_answers},

@@ -1,0 +1,320 @@
+#include "disk.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <sys/stat.h>
+
+#include "file.h"
+#include "lib.h"
+
+// --- The product's folder --------------------------------------------------------------------
+
+const std::vector<FolderEntry> &Folder::list(const std::string &directory)
+{
+    const auto [place, is_new] = known.try_emplace(directory);
+    if (!is_new)
+        return place->second;
+    const std::string path = product.path(directory.empty() ? "." : directory);
+    if (file_exist(path.c_str()) != 2)
+        return place->second;
+    for (Scan scan(path.c_str(), "*"); scan.entry(); scan.next()) {
+        const Entry &entry = *scan.entry();
+        place->second.push_back({.name = entry.name,
+                                 .is_directory = is_directory(entry),
+                                 .is_link = S_ISLNK(entry.kind)});
+    }
+    std::sort(place->second.begin(), place->second.end(),
+              [](const FolderEntry &a, const FolderEntry &b) { return a.name < b.name; });
+    return place->second;
+}
+
+std::vector<FolderEntry> Folder::matches(const std::string &path)
+{
+    const SplitPath split = split_path(path);
+    std::vector<FolderEntry> found;
+    for (const FolderEntry &entry : list(split.directory))
+        if (wild_match(entry.name.c_str(), split.name.c_str()))
+            found.push_back(entry);
+    return found;
+}
+
+SplitPath split_path(const std::string &path)
+{
+    const auto length = static_cast<size_t>(last_component(path.c_str()) - path.c_str());
+    return {.directory = path.substr(0, length), .name = path.substr(length)};
+}
+
+bool is_in_folder(const std::string &path)
+{
+    return !path.empty() && !is_separator(path[0]) && !path.starts_with("..") &&
+           path.find("$(") == std::string::npos && path.find("/..") == std::string::npos;
+}
+
+// --- The model -------------------------------------------------------------------------------
+
+namespace {
+
+std::string without_end(std::string path)
+{
+    while (path.size() > 1 && is_separator(path.back()))
+        path.pop_back();
+    return path;
+}
+
+std::string joined_path(const std::string &directory, const std::string &name)
+{
+    return directory.empty() ? name : without_end(directory) + "/" + name;
+}
+
+bool is_below(const std::string &path, const std::string &directory)
+{
+    return path.size() > directory.size() && path.starts_with(directory) &&
+           is_separator(path[directory.size()]);
+}
+
+// The references of a path, which stand for its unknown parts.
+std::string references_of(const std::string &path)
+{
+    std::string references;
+    for_each_reference(path.c_str(), [&](const Reference &reference) {
+        references += reference.name;
+        references += ')';
+    });
+    return references;
+}
+
+// The part of a path up to its first separator.
+std::string root_of(const std::string &path)
+{
+    return path.substr(0, path.find('/'));
+}
+
+// "-" and nothing both leave nothing out.
+const char *exclusions(const copy_cmd &command)
+{
+    return s_strcmp(command.not_, "-") == 0 ? nullptr : command.not_;
+}
+
+} // namespace
+
+// The last command that writes a file counts, and the first that makes a directory.
+void Disk::put(const std::string &path, const Made &what)
+{
+    ever.insert(path);
+    if (what.is_directory)
+        all.try_emplace(path, what);
+    else
+        all.insert_or_assign(path, what);
+}
+
+void Disk::make(const std::string &path, const Made &what)
+{
+    const std::string clean = without_end(path);
+    if (clean.empty())
+        return;
+    put(clean, what);
+    if (!what.is_directory)
+        return;
+    // Those above it are made as well.
+    for (size_t at = clean.rfind('/'); at != std::string::npos && at > 0;
+         at = clean.rfind('/', at - 1))
+        put(clean.substr(0, at), what);
+}
+
+void Disk::add(const Disk &other)
+{
+    all.insert(other.all.begin(), other.all.end());
+    ever.insert(other.ever.begin(), other.ever.end());
+    opaque.insert(other.opaque.begin(), other.opaque.end());
+}
+
+std::vector<std::string> Disk::found(const std::string &path) const
+{
+    const SplitPath split = split_path(path);
+    std::vector<std::string> paths;
+    for (auto place = all.lower_bound(split.directory);
+         place != all.end() && place->first.starts_with(split.directory); ++place) {
+        const std::string name = place->first.substr(split.directory.size());
+        if (name.find('/') == std::string::npos && wild_match(name.c_str(), split.name.c_str()))
+            paths.push_back(place->first);
+    }
+    return paths;
+}
+
+bool Disk::makes_at(const std::string &path) const
+{
+    const std::string clean = without_end(path);
+    const auto place = all.lower_bound(clean);
+    return place != all.end() &&
+           (place->first == clean || all.lower_bound(clean + "/") != all.end()) &&
+           (place->first == clean || is_below(all.lower_bound(clean + "/")->first, clean));
+}
+
+bool Disk::may_have(const std::string &path) const
+{
+    const SplitPath split = split_path(path);
+    if (path.empty() || is_separator(path[0]) || path.starts_with("..") ||
+        split.directory.find_first_of("*?") != std::string::npos || !found(path).empty())
+        return true;
+    const bool in_unknown = std::any_of(opaque.begin(), opaque.end(), [&](const auto &directory) {
+        return is_below(path, directory) || path == directory;
+    });
+    if (in_unknown)
+        return true;
+    if (is_in_folder(path))
+        return !folder.matches(path).empty();
+    const std::string root = root_of(path);
+    if (root == path || !makes_at(root))
+        return true;
+    // Another way to write the same unknown directory may lead there, too.
+    const std::string references = references_of(path);
+    return std::none_of(all.begin(), all.end(), [&](const auto &one) {
+        return root_of(one.first) == root && references_of(one.first) == references;
+    });
+}
+
+bool Disk::is_directory(const std::string &path) const
+{
+    const std::string clean = without_end(path);
+    if (const auto place = all.find(clean); place != all.end())
+        return place->second.is_directory;
+    if (!is_in_folder(clean))
+        return false;
+    const auto entries = folder.matches(clean);
+    return entries.size() == 1 && entries[0].name == split_path(clean).name &&
+           entries[0].is_directory;
+}
+
+void Disk::copy_tree(const std::string &from, const std::string &to, const Line &line,
+                     const char *not_list, int depth)
+{
+    constexpr int deepest = 32;
+    make(to, {.line = &line, .is_directory = true, .source = from});
+    if (depth == deepest)
+        return;
+    for (const FolderEntry &entry : std::vector(folder.list(joined_path(from, "")))) {
+        if (wild_list(entry.name.c_str(), not_list))
+            continue;
+        const std::string source = joined_path(from, entry.name);
+        const std::string target = joined_path(to, entry.name);
+        if (entry.is_directory)
+            copy_tree(source, target, line, not_list, depth + 1);
+        else
+            make(target, {.line = &line, .is_directory = false, .source = source});
+    }
+}
+
+void Disk::apply_copy(const Line &line, const Flow &flow)
+{
+    const copy_cmd &command = *line.command;
+    const std::string source = flow.path(command.source);
+    const std::string target = without_end(flow.path(command.dest));
+    const SplitPath split = split_path(source);
+    if (!is_in_folder(source)) {
+        // Which names these are is known when a command made them, and else for a plain name.
+        if (found(source).empty() && split.name.find_first_of("*?$") == std::string::npos)
+            make(joined_path(target, split.name),
+                 {.line = &line, .is_directory = false, .source = ""});
+        else if (found(source).empty())
+            opaque.insert(target);
+        for (const std::string &one : found(source))
+            make(joined_path(target, split_path(one).name),
+                 {.line = &line, .is_directory = false, .source = ""});
+        return;
+    }
+    for (const FolderEntry &entry : folder.matches(split.name.empty() ? source + "*" : source)) {
+        if (wild_ilist(entry.name.c_str(), exclusions(command)))
+            continue;
+        const std::string from = joined_path(split.directory, entry.name);
+        const std::string to = joined_path(target, entry.name);
+        if (!entry.is_directory)
+            make(to, {.line = &line, .is_directory = false, .source = from});
+        else if (command.type == CpyDir)
+            copy_tree(from, to, line, exclusions(command), 0);
+    }
+}
+
+void Disk::rename(const std::string &from, const std::string &to, const Line &line,
+                  bool for_certain)
+{
+    std::map<std::string, Made> moved;
+    for (const auto &[path, what] : all)
+        if (path == from || is_below(path, from))
+            moved.emplace(to + path.substr(from.size()), what);
+    if (moved.empty())
+        moved.emplace(to, Made{.line = &line, .is_directory = false, .source = ""});
+    if (for_certain)
+        std::erase_if(
+            all, [&](const auto &one) { return one.first == from || is_below(one.first, from); });
+    for (const auto &[path, what] : moved)
+        put(path, what);
+}
+
+void Disk::apply(const Line &line, const Flow &flow)
+{
+    const copy_cmd &command = *line.command;
+    const std::string source = flow.path(command.source);
+    switch (command.type) {
+    case MkDir:
+        make(source, {.line = &line, .is_directory = true, .source = ""});
+        break;
+    case CpyFile:
+    case CpyDir:
+        apply_copy(line, flow);
+        break;
+    case CpyIni:
+        make(flow.path(command.dest), {.line = &line, .is_directory = false, .source = ""});
+        break;
+    case WFile:
+    case RFile:
+        make(source, {.line = &line, .is_directory = false, .source = ""});
+        break;
+    case Rename:
+        rename(without_end(source), without_end(flow.path(command.dest)), line, !command.control);
+        break;
+    case RmFile:
+    case RmDir:
+        if (!command.control)
+            for (const std::string &path : found(source))
+                if (!wild_ilist(split_path(path).name.c_str(), exclusions(command)))
+                    std::erase_if(all, [&](const auto &one) {
+                        return one.first == path || is_below(one.first, path);
+                    });
+        break;
+    default:
+        break;
+    }
+}
+
+void walk_section(const Product &product, const Flow &flow, const std::string &section, Disk &disk,
+                  const CommandStep &step)
+{
+    for (const Line *line : section_lines(product.copy, section)) {
+        if (line->kind != LineKind::entry)
+            continue;
+        step(*line, *line->command, disk);
+        disk.apply(*line, flow);
+    }
+}
+
+Disk disk_before(const Product &product, const Flow &flow, Folder &folder,
+                 const std::string &section)
+{
+    Disk disk(folder);
+    for (const Line &line : product.init.lines)
+        if (line.kind == LineKind::entry && line.probe->mode == IWFile)
+            disk.make(flow.path(line.probe->a),
+                      {.line = &line, .is_directory = false, .source = ""});
+    const auto nothing = [](const Line &, const copy_cmd &, const Disk &) {};
+    if (folded(section) == "install")
+        return disk;
+    walk_section(product, flow, "install", disk, nothing);
+    if (folded(section) != "upgrade") {
+        // What install has made is still there where upgrade would have taken it away.
+        Disk upgraded = disk;
+        walk_section(product, flow, "upgrade", upgraded, nothing);
+        disk.add(upgraded);
+    }
+    return disk;
+}

@@ -1,0 +1,104 @@
+// What the copy script of a product makes and takes away, followed command by command without
+// touching anything: which paths there are when a command runs.
+//
+// Paths are as Flow::path gives them: relative to the product's folder, or beginning with "/" or
+// with the reference of a directory that is known only in a run. What the model cannot know it
+// takes for possible: every question is answered with yes when in doubt.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "flow.h"
+#include "product.h"
+
+struct FolderEntry {
+    std::string name;
+    bool is_directory;
+    bool is_link;
+};
+
+// The product's folder, each directory of it looked at once.
+class Folder {
+  public:
+    explicit Folder(const Product &of) : product(of) {}
+
+    // The entries of a directory by its path in the folder ("" for the folder itself), sorted.
+    const std::vector<FolderEntry> &list(const std::string &directory);
+
+    // Those that the last component of a path matches as a wildcard, in the directory before it.
+    std::vector<FolderEntry> matches(const std::string &path);
+
+  private:
+    const Product &product;
+    std::map<std::string, std::vector<FolderEntry>> known;
+};
+
+// A path divided at its last separator, as commands divide theirs: "$(d)/" and "*.html".
+struct SplitPath {
+    std::string directory; // with the separator; "" without one
+    std::string name;
+};
+SplitPath split_path(const std::string &path);
+
+// True when the path is known to be in the product's folder: it is relative, and certain.
+bool is_in_folder(const std::string &path);
+
+// Something that a command has made.
+struct Made {
+    const Line *line; // the command
+    bool is_directory = false;
+    std::string source = ""; // in the product's folder; "": none
+};
+
+class Disk {
+  public:
+    explicit Disk(Folder &in) : folder(in) {}
+
+    // Runs a command on the model.
+    void apply(const Line &line, const Flow &flow);
+    // Takes over what another model has made.
+    void add(const Disk &other);
+    void make(const std::string &path, const Made &what);
+
+    // What is there of a path, whose last component may be a wildcard.
+    std::vector<std::string> found(const std::string &path) const;
+    // False when nothing can be there: no command has made it, although commands make its
+    // surroundings.
+    bool may_have(const std::string &path) const;
+    // True when it is a directory that a command made, or one that the product's folder has.
+    bool is_directory(const std::string &path) const;
+    // True when a command makes this, or something in it.
+    bool makes_at(const std::string &path) const;
+
+    const std::map<std::string, Made> &made() const { return all; }
+    // What was made at any time, also when it has gone since.
+    const std::set<std::string> &ever_made() const { return ever; }
+
+  private:
+    void copy_tree(const std::string &from, const std::string &to, const Line &line,
+                   const char *not_list, int depth);
+    void apply_copy(const Line &line, const Flow &flow);
+    void rename(const std::string &from, const std::string &to, const Line &line, bool for_certain);
+
+    Folder &folder;
+    void put(const std::string &path, const Made &what);
+
+    std::map<std::string, Made> all;
+    std::set<std::string> ever;
+    std::set<std::string> opaque; // directories that something unknown goes into
+};
+
+// Runs a section of the copy script on a model, and calls back before each command.
+using CommandStep =
+    std::function<void(const Line &line, const copy_cmd &command, const Disk &disk)>;
+void walk_section(const Product &product, const Flow &flow, const std::string &section, Disk &disk,
+                  const CommandStep &step);
+
+// The model as a section finds it: what the probes write, and for every section but install what
+// install and upgrade have made.
+Disk disk_before(const Product &product, const Flow &flow, Folder &folder,
+                 const std::string &section);

@@ -1,0 +1,137 @@
+// What is known about a product's settings before anything has run: who mentions them and how, and
+// which values each can have where a line looks at it.
+//
+// Values are sets of possible texts, or anything. The walk goes the way of a run: built-in
+// settings, data file, every probe, then each section by itself, its questions and then its
+// commands. A line with a condition may run or not; a jump may skip what lies between. So a value
+// that is not in a set cannot come up in a run, while one that is need not.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "ini.h"
+#include "product.h"
+
+// How a line mentions a setting.
+enum class Role {
+    reference, // as $(name), in a text that is filled in
+    control,   // as if-setting
+    compare,   // as what it is compared with; may be a literal
+    source,    // its value is looked at, and nothing else will do
+    value,     // its value is taken, or the word itself when it has none
+    target,    // it gets a value
+};
+
+struct Mention {
+    Role role;
+    std::string name;
+    const ProductFile *file;
+    const Line *line;
+};
+
+// What a setting can hold at one place.
+struct Value {
+    bool may_be_none = true;     // it may have no value
+    bool anything = false;       // some text that nobody can know beforehand
+    std::set<std::string> texts; // those it may have, references to built-in settings unfilled
+
+    bool must_be_none() const { return may_be_none && !anything && texts.empty(); }
+    // True when all texts are known and whole.
+    bool is_known() const;
+    // The only text it can have; null when there are several, or none for certain.
+    const std::string *only_text() const;
+
+    // Has both what this and what the other may have.
+    void join(const Value &other);
+};
+
+struct Setting {
+    const Line *data = nullptr; // its first line in the data file
+    bool built_in = false;
+    std::vector<const Mention *> setters; // lines that give it a value, in file order
+    size_t uses = 0;                      // other mentions
+};
+
+class Flow {
+  public:
+    explicit Flow(const Product &product);
+    Flow(const Flow &) = delete;
+    Flow &operator=(const Flow &) = delete;
+
+    const std::vector<Mention> &mentions() const { return all_mentions; }
+
+    // The setting of exactly that name, which the data file, the program or any line makes; null:
+    // nothing ever gives it a value.
+    const Setting *find(const std::string &name) const;
+    const std::map<std::string, Setting> &settings() const { return known; }
+
+    // The name of a setting that a word is probably meant for; "" when none is near.
+    std::string nearest(const std::string &word) const;
+
+    // What a setting that a line mentions can hold when the line runs; and when a command's section
+    // is loaded, which is when its references are filled in, or a question is come to for the first
+    // time.
+    const Value &at(const Line &line, const std::string &name) const;
+    const Value &at_load(const Line &line, const std::string &name) const;
+
+    // A path of the copy script with what is certain filled in: "$(current_dir)/" is left away, and
+    // so is "./"; a setting that may have several values stays as its reference.
+    std::string path(const std::string &field) const;
+
+    // The value of a data line with its references filled in; those to built-in settings stay.
+    const std::string &resolved(const std::string &name) const;
+
+  private:
+    struct State;
+    using Seen = std::vector<std::pair<std::string, Value>>;
+
+    void collect_mentions();
+    void add_mention(Role role, const char *name, const ProductFile &file, const Line &line);
+    void add_references(const char *text, const ProductFile &file, const Line &line);
+    void mention_probe(const Line &line);
+    void mention_question(const Line &line);
+    void mention_command(const Line &line);
+    void build_settings();
+    std::string resolve(const std::string &name, std::set<std::string> &open);
+
+    void walk();
+    void walk_probes(State &state);
+    void walk_questions(State &state, const std::vector<const Line *> &lines, bool first);
+    void walk_commands(State &state, const std::vector<const Line *> &lines);
+    void note(const Line &line, const State &state, std::unordered_map<const Line *, Seen> &seen);
+
+    const Product &product;
+    std::vector<Mention> all_mentions;
+    std::unordered_map<const Line *, std::vector<const Mention *>> by_line;
+    std::map<std::string, Setting> known;
+    std::unordered_map<std::string, std::string> data_names; // by the name in lower case
+    std::map<std::string, std::string> resolved_values;
+    std::unordered_map<const Line *, Seen> seen_at;
+    std::unordered_map<const Line *, Seen> seen_at_load;
+};
+
+// A text with the 26 upper-case letters in lower case, as the installer folds them.
+std::string folded(std::string text);
+
+// The number of letters to change, add, leave out or swap to get from one word to the other, up to
+// `most`; more than that gives most + 1.
+size_t distance(std::string_view a, std::string_view b, size_t most);
+
+// The word out of a list that is nearest to one that is probably misspelt; "" when none is near.
+// A word is near when few of its letters differ: one in four, and not all.
+std::string nearest_word(std::string_view word, const std::vector<std::string> &words);
+
+// Calls back with each reference in a text, which may be null; one that is not closed comes last.
+template <typename Take> void for_each_reference(const char *text, Take take)
+{
+    Reference reference;
+    while (text && find_reference(text, reference)) {
+        take(reference);
+        text = reference.end;
+    }
+}

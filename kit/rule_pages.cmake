@@ -1,0 +1,12 @@
+# The pages of the checker's rules, kit/rules/RULE.txt, as one source file: the program shows them.
+file(GLOB rule_files CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/rules/*.txt)
+set(rule_pages "// Made from kit/rules/*.txt.\n#include \"rule_pages.h\"\n\n")
+string(APPEND rule_pages "const RulePage rule_pages[] = {\n")
+foreach(file IN LISTS rule_files)
+  get_filename_component(word ${file} NAME_WE)
+  file(READ ${file} text)
+  string(APPEND rule_pages "    {\"${word}\", R\"page(${text})page\"},\n")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+endforeach()
+string(APPEND rule_pages "    {nullptr, nullptr},\n};\n")
+file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/rule_pages.cpp CONTENT "${rule_pages}" @ONLY)

@@ -1,0 +1,573 @@
+// The copy script against the folder: what its commands find, where they put it, and what they
+// leave.
+#include "rules.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "file.h"
+#include "lib.h"
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+
+namespace {
+
+// --- Fields ----------------------------------------------------------------------------------
+
+bool is_copy(const copy_cmd &command)
+{
+    return command.type == CpyFile || command.type == CpyDir;
+}
+
+bool is_removal(const copy_cmd &command)
+{
+    return command.type == RmFile || command.type == RmDir;
+}
+
+std::string source_of(const CommandAt &at)
+{
+    return at.survey.flow.path(text_of(at.command.source));
+}
+
+std::string dest_of(const CommandAt &at)
+{
+    return at.survey.flow.path(text_of(at.command.dest));
+}
+
+void say(const CommandAt &at, Report &report, const std::string &text)
+{
+    report.add(at.survey.product.copy, at.line, text);
+}
+
+// What is left out by a command; null: nothing.
+const char *left_out(const copy_cmd &command)
+{
+    return s_strcmp(command.not_, "-") == 0 ? nullptr : command.not_;
+}
+
+bool has_wildcard(const std::string &path)
+{
+    return path.find_first_of("*?") != std::string::npos;
+}
+
+std::string without_slash(std::string path)
+{
+    while (path.size() > 1 && is_separator(path.back()))
+        path.pop_back();
+    return path;
+}
+
+// --- Destinations ----------------------------------------------------------------------------
+
+bool takes_path(const copy_cmd &command)
+{
+    return is_copy(command) || command.type == CpyIni || command.type == Rename;
+}
+
+void destination_slash(const CommandAt &at, Report &report)
+{
+    const std::string dest = dest_of(at);
+    if (is_copy(at.command) && !dest.empty() && is_separator(dest.back()))
+        say(at, report, "destination ends in \"/\", so no directory is ever found");
+}
+
+void destination_bare(const CommandAt &at, Report &report)
+{
+    const std::string field = text_of(at.command.dest);
+    if (!is_copy(at.command) || field.find_first_of("/\\") != std::string::npos || field == "-")
+        return;
+    const std::string name = only_reference(field);
+    const Value &value = at.survey.flow.at_load(at.line, name);
+    const bool is_bare =
+        name.empty() ? field.find("$(") == std::string::npos
+                     : value.only_text() && value.only_text()->find('/') == std::string::npos &&
+                           value.is_known() && !is_asked_in(at.survey.product, at.section, name);
+    if (is_bare)
+        say(at, report,
+            "destination has no \"/\", so no directory is ever found; \"./" +
+                (name.empty() ? field : *value.only_text()) + "\"?");
+}
+
+// "-" where a file belongs.
+void dash_as_path(const CommandAt &at, Report &report)
+{
+    if (at.command.type == Error)
+        return;
+    if (text_of(at.command.source) == "-")
+        say(at, report, "\"-\" stands where a path belongs, and is taken for the name of a file");
+    else if (takes_path(at.command) && text_of(at.command.dest) == "-")
+        say(at, report, "\"-\" stands where the destination belongs, and is taken for its name");
+}
+
+// --- What is left out ------------------------------------------------------------------------
+
+void exclusion_path(const CommandAt &at, Report &report)
+{
+    const char *list = left_out(at.command);
+    if (list && (is_copy(at.command) || is_removal(at.command)) && std::strchr(list, '/') &&
+        !std::strstr(list, "$("))
+        say(at, report,
+            quoted(list) +
+                " is compared with bare names, and no name has a \"/\": nothing is left out");
+}
+
+// Names with blanks or commas are compared piece by piece.
+void exclusion_pieces(const CommandAt &at, Report &report)
+{
+    const char *list = left_out(at.command);
+    const std::string source = source_of(at);
+    if (!list || !is_copy(at.command) || !is_in_folder(source))
+        return;
+    for (const FolderEntry &entry : at.survey.folder.matches(source)) {
+        if (entry.name.find_first_of(" \t,") == std::string::npos ||
+            !wild_ilist(entry.name.c_str(), list))
+            continue;
+        std::string whole = entry.name;
+        std::replace_if(
+            whole.begin(), whole.end(), [](char c) { return c == ' ' || c == '\t' || c == ','; },
+            '_');
+        if (!wild_ilist(whole.c_str(), list))
+            say(at, report,
+                "\"" + entry.name +
+                    "\" is compared piece by piece at its blanks and commas, and one "
+                    "of them is left out");
+    }
+}
+
+// --- Sources ---------------------------------------------------------------------------------
+
+std::vector<std::string> names_of(const std::vector<FolderEntry> &entries)
+{
+    std::vector<std::string> names;
+    for (const FolderEntry &entry : entries)
+        names.push_back(entry.name);
+    return names;
+}
+
+// The path that a misspelt one is probably meant for: another name in its directory, or another
+// directory of its kind.
+std::string path_meant(const CommandAt &at, const std::string &path)
+{
+    const SplitPath split = split_path(path);
+    std::vector<std::string> paths;
+    for (const std::string &one : at.disk.found(split.directory + "*"))
+        paths.push_back(one);
+    for (const auto &[one, what] : at.disk.made())
+        if (!has_wildcard(path))
+            paths.push_back(one);
+    if (is_in_folder(path)) {
+        for (const std::string &name : names_of(at.survey.folder.list(split.directory)))
+            paths.push_back(split.directory + name);
+        for (const std::string &name : names_of(at.survey.folder.list("")))
+            if (!split.directory.empty())
+                paths.push_back(name + "/" + split.name);
+    }
+    return nearest_word(path, paths);
+}
+
+// Commands that must find something there.
+bool needs_source_there(const CommandAt &at)
+{
+    const CType type = at.command.type;
+    return is_copy(at.command) || type == CpyIni || type == Rename || type == Chmod ||
+           type == Chown;
+}
+
+const char *fate_without_source(const CommandAt &at)
+{
+    const std::string section = folded(at.section);
+    return section == "install" || section == "upgrade" ? ": the command fails, and ends the flow"
+                                                        : ": the command does nothing";
+}
+
+void no_match(const CommandAt &at, Report &report)
+{
+    const std::string path = without_slash(source_of(at));
+    if (!needs_source_there(at) || path == "-" || at.command.not_ == nullptr)
+        if (at.command.type != CpyIni && at.command.type != Rename)
+            return;
+    if (path.empty() || path == "-" || at.disk.may_have(path))
+        return;
+    const std::string near = path_meant(at, path);
+    // A directory of the product may hold what the product itself has written since, but not while
+    // it is being installed.
+    const bool is_certain = folded(at.section) == "install" || is_in_folder(path);
+    if (!is_certain && near.empty())
+        return;
+    say(at, report,
+        (is_in_folder(path) ? quoted(path) + " matches nothing in the folder"
+                            : quoted(path) + " is made by no command before") +
+            fate_without_source(at) + meant(near));
+}
+
+bool is_rooted(const std::string &path)
+{
+    return path.empty() || is_separator(path[0]) || path.starts_with("..");
+}
+
+// A directory that a person names and that need not be there: nothing makes it before this command.
+bool is_unmade_answer(const CommandAt &at, const std::string &name)
+{
+    const Setting *setting = at.survey.flow.find(name);
+    if (!setting || setting->built_in || at.disk.makes_at(reference_to(name)))
+        return false;
+    bool is_asked_for = false;
+    for (const Mention *setter : setting->setters) {
+        if (setter->file->kind == FileKind::init && setter->line->probe->mode != ICopy &&
+            setter->line->probe->mode != IRFile)
+            return false;
+        if (setter->file->kind != FileKind::questions)
+            continue;
+        const QType type = setter->line->question->type;
+        if (type != QDir && type != QText && type != QDirEmpty)
+            return false;
+        is_asked_for = true;
+    }
+    return is_asked_for;
+}
+
+// The directory that a command puts something into: "" when it makes that itself, or needs none.
+std::string directory_needed(const CommandAt &at)
+{
+    if (is_copy(at.command))
+        return without_slash(dest_of(at));
+    if (at.command.type == CpyIni || at.command.type == Rename)
+        return without_slash(split_path(dest_of(at)).directory);
+    if (at.command.type == WFile)
+        return without_slash(split_path(source_of(at)).directory);
+    return "";
+}
+
+bool is_missing_directory(const CommandAt &at, const std::string &directory)
+{
+    const Disk &disk = at.disk;
+    if (is_rooted(directory) || has_wildcard(directory) || disk.is_directory(directory) ||
+        disk.makes_at(directory))
+        return false;
+    const std::string name = only_reference(directory);
+    if (!name.empty())
+        return is_unmade_answer(at, name);
+    const std::string root = directory.substr(0, directory.find('/'));
+    if (is_in_folder(directory))
+        return true;
+    return disk.makes_at(root)
+               ? !disk.may_have(directory) || (disk.found(directory).empty() && root != directory)
+               : is_unmade_answer(at, only_reference(root));
+}
+
+void destination_unmade(const CommandAt &at, Report &report)
+{
+    const std::string directory = directory_needed(at);
+    const std::string field = text_of(at.command.dest);
+    if (is_copy(at.command) &&
+        (field.find_first_of("/\\$") == std::string::npos || is_separator(field.back())))
+        return;
+    if (!directory.empty() && directory != "-" && is_missing_directory(at, directory))
+        say(at, report,
+            "the directory " + quoted(directory) +
+                " is made by no command before, and need not be there" +
+                meant(path_meant(at, directory)));
+}
+
+// --- Removing --------------------------------------------------------------------------------
+
+// In install and upgrade what cannot be removed ends the flow.
+void removal_ends_flow(const CommandAt &at, Report &report)
+{
+    const std::string section = folded(at.section);
+    if ((section != "install" && section != "upgrade") || !is_removal(at.command) ||
+        at.command.control)
+        return;
+    const std::string path = without_slash(source_of(at));
+    const auto made = at.disk.found(path);
+    const bool is_made_here = std::any_of(made.begin(), made.end(), [&](const std::string &one) {
+        const Line *line = at.disk.made().at(one).line;
+        return line->section == at.line.section && line->command;
+    });
+    if (!is_made_here && !(is_in_folder(path) && !at.survey.folder.matches(path).empty()))
+        say(at, report,
+            "where " + quoted(path) +
+                " is not there, this fails and ends the flow: let \"Exist\" look first");
+}
+
+void file_is_directory(const CommandAt &at, Report &report)
+{
+    const std::string path = source_of(at);
+    if (at.command.type == RmFile && !has_wildcard(path) && at.disk.is_directory(path) &&
+        !is_separator(path.back()))
+        say(at, report, "\"RmFile\" takes no directory: nothing is removed; \"RmDir\"?");
+}
+
+void all_of_a_directory(const CommandAt &at, Report &report)
+{
+    const std::string path = source_of(at);
+    if (!is_removal(at.command) || left_out(at.command))
+        return;
+    if (!path.empty() && is_separator(path.back()))
+        say(at, report, "a path that ends in \"/\" means everything in that directory");
+    else if (path == "*")
+        say(at, report, "this is everything in the folder of the installer, itself included");
+}
+
+// RmDir of what a person has named takes everything in it, whoever has put it there.
+void unguarded_removal(const CommandAt &at, Report &report)
+{
+    const std::string name = only_reference(without_slash(source_of(at)));
+    if (at.command.type != RmDir || at.command.control || name.empty())
+        return;
+    const Setting *setting = at.survey.flow.find(name);
+    const bool is_chosen = setting && std::any_of(setting->setters.begin(), setting->setters.end(),
+                                                  [](const Mention *one) {
+                                                      return one->file->kind == FileKind::questions;
+                                                  });
+    const auto steps = entries_of(at.survey.product.questions, at.section);
+    const bool is_guarded = std::any_of(steps.begin(), steps.end(), [](const Line *line) {
+        return line->question->type == QError;
+    });
+    if (is_chosen && !is_guarded)
+        say(at, report,
+            "this takes a directory that was named in an answer with all that is in it, and "
+            "nothing "
+            "asks or looks first");
+}
+
+// --- Modes and owners ------------------------------------------------------------------------
+
+// The mode that a command gives; -1 when it is not known, -2 when it is not octal.
+int mode_of(const CommandAt &at)
+{
+    const std::string field = text_of(at.command.dest);
+    const Value &value = at.survey.flow.at_load(at.line, only_reference(field));
+    const std::string *text = only_reference(field).empty() ? &field : value.only_text();
+    if (!text || text->find("$(") != std::string::npos)
+        return -1;
+    int mode = 0;
+    for (const char c : *text) {
+        if (c < '0' || c > '7' || mode > 07777)
+            return -2;
+        mode = mode * 8 + (c - '0');
+    }
+    return mode > 07777 ? -2 : mode;
+}
+
+// What octal digits make of a text, as the command reads it.
+unsigned misread_mode(const std::string &text)
+{
+    unsigned mode = 0;
+    for (const char c : text)
+        mode = mode * 8 + static_cast<unsigned>(c - '0');
+    return mode & 07777;
+}
+
+void mode_not_octal(const CommandAt &at, Report &report)
+{
+    if (at.command.type != Chmod || mode_of(at) != -2)
+        return;
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%o", misread_mode(at.command.dest));
+    say(at, report, quoted(at.command.dest) + " is no octal number, and sets the mode " + mode);
+}
+
+bool is_named_directory(const CommandAt &at, const std::string &path)
+{
+    return !has_wildcard(path) && at.disk.is_directory(path);
+}
+
+void directory_shut(const CommandAt &at, Report &report)
+{
+    const int mode = at.command.type == Chmod ? mode_of(at) : -1;
+    const std::string path = without_slash(source_of(at));
+    if (mode < 0 || (mode & 0100) || !is_named_directory(at, path) ||
+        wild_ilist(path.c_str(), left_out(at.command)))
+        return;
+    say(at, report,
+        "mode " + text_of(at.command.dest) + " takes the x off the directory " + quoted(path) +
+            ", and nobody gets into it any more");
+}
+
+constexpr const char *page_endings[] = {".html", ".htm", ".css", ".txt",  ".jpg", ".png", ".gif",
+                                        ".svg",  ".js",  ".xml", ".conf", ".ini", ".md"};
+
+bool is_page(const std::string &path)
+{
+    return std::any_of(std::begin(page_endings), std::end(page_endings),
+                       [&](const char *ending) { return folded(path).ends_with(ending); });
+}
+
+// A later command of the section that gives this path a mode of its own.
+bool has_later_mode(const CommandAt &at, const std::string &path)
+{
+    const auto lines = entries_of(at.survey.product.copy, at.section);
+    return std::any_of(lines.begin(), lines.end(), [&](const Line *line) {
+        if (line->number <= at.line.number || line->command->type != Chmod)
+            return false;
+        const std::string pattern = at.survey.flow.path(line->command->source);
+        const SplitPath wanted = split_path(pattern);
+        return path == without_slash(pattern) || path.starts_with(without_slash(pattern) + "/") ||
+               (split_path(path).directory == wanted.directory &&
+                wild_match(split_path(path).name.c_str(), wanted.name.c_str()));
+    });
+}
+
+void pages_executable(const CommandAt &at, Report &report)
+{
+    const int mode = at.command.type == Chmod ? mode_of(at) : -1;
+    const std::string path = without_slash(source_of(at));
+    if (mode < 0 || !(mode & 0111) || !at.disk.is_directory(path))
+        return;
+    for (const auto &[made, what] : at.disk.made())
+        if (made.starts_with(path + "/") && !what.is_directory && is_page(made) &&
+            !wild_ilist(made.c_str(), left_out(at.command)) && !has_later_mode(at, made)) {
+            say(at, report,
+                "\"Chmod\" goes through the whole tree: mode " + text_of(at.command.dest) +
+                    " makes " + quoted(made) + " executable, too");
+            return;
+        }
+}
+
+bool begins_a_program(const Product &product, const std::string &path)
+{
+    std::vector<TemplateLine> lines;
+    return read_template(product.path(path), lines) && !lines.empty() &&
+           lines[0].text.starts_with("#!");
+}
+
+// A copy has the default mode, whatever the original had.
+void not_executable(const CommandAt &at, Report &report)
+{
+    if (!is_copy(at.command) || folded(at.section) != "install" || !is_in_folder(source_of(at)))
+        return;
+    Disk after = at.disk;
+    after.apply(at.line, at.survey.flow);
+    for (const auto &[path, what] : after.made())
+        if (what.line == &at.line && !what.source.empty() &&
+            begins_a_program(at.survey.product, what.source) && !has_later_mode(at, path))
+            say(at, report,
+                quoted(what.source) +
+                    " is a program, and its copy has the default mode: nothing makes "
+                    "it executable");
+}
+
+void group_of_user(const CommandAt &at, Report &report)
+{
+    const std::string owner = text_of(at.command.dest);
+    if (at.command.type != Chown || owner.find(':') != std::string::npos ||
+        owner.find("$(") != std::string::npos)
+        return;
+    const struct passwd *user = ::getpwnam(owner.c_str());
+    if (!user)
+        return;
+    const gid_t own = user->pw_gid;
+    const gid_t number = user->pw_uid;
+    const struct group *named = ::getgrnam(owner.c_str());
+    const gid_t taken = named ? named->gr_gid : number;
+    if (taken == own)
+        return;
+    const struct group *group = ::getgrgid(own);
+    say(at, report,
+        "without a \":\" the group is " +
+            (named ? "the one called " + quoted(owner) : "number " + std::to_string(number)) +
+            ", not the user's own" +
+            (group ? "; " + quoted(owner + ":" + group->gr_name) + "?" : ""));
+}
+
+// --- Files -----------------------------------------------------------------------------------
+
+// A later command of the section removes the path.
+bool goes_later(const CommandAt &at, const std::string &path)
+{
+    const auto lines = entries_of(at.survey.product.copy, at.section);
+    return std::any_of(lines.begin(), lines.end(), [&](const Line *line) {
+        return line->number > at.line.number && line->command->type == RmFile &&
+               at.survey.flow.path(line->command->source) == path;
+    });
+}
+
+void rfile_empties(const CommandAt &at, Report &report)
+{
+    if (at.command.type == RFile && !goes_later(at, source_of(at)))
+        say(at, report,
+            "\"RFile\" empties the file here, and reads nothing; the init script is the place to "
+            "read");
+}
+
+void own_file_moved(const CommandAt &at, Report &report)
+{
+    const std::string path = source_of(at);
+    const std::string section = folded(at.section);
+    if (at.command.type == Rename && (section == "install" || section == "upgrade") &&
+        is_in_folder(path) && at.disk.found(path).empty() &&
+        !at.survey.folder.matches(path).empty() && !at.command.control)
+        say(at, report,
+            "this moves the product's own file away: the next run does not find it and fails");
+}
+
+void template_onto_itself(const CommandAt &at, Report &report)
+{
+    if ((at.command.type == CpyIni || at.command.type == Rename) && source_of(at) == dest_of(at))
+        say(at, report, "source and destination are one and the same file");
+}
+
+constexpr const char *settings_endings[] = {".conf", ".cfg",  ".ini",  ".cnf",        ".env",
+                                            ".yml",  ".yaml", ".toml", ".properties", ".rc"};
+
+bool is_settings_file(const std::string &path)
+{
+    const std::string name = folded(split_path(path).name);
+    return std::any_of(std::begin(settings_endings), std::end(settings_endings),
+                       [&](const char *ending) { return name.ends_with(ending); }) ||
+           name.find("config") != std::string::npos || name.find("settings") != std::string::npos;
+}
+
+// An upgrade that writes a settings file anew loses what was edited in it.
+void settings_overwritten(const CommandAt &at, Report &report)
+{
+    if (folded(at.section) != "upgrade" || at.command.control)
+        return;
+    std::string path;
+    if (at.command.type == CpyIni || at.command.type == Rename)
+        path = dest_of(at);
+    else if (is_copy(at.command) && !has_wildcard(source_of(at)))
+        path = without_slash(dest_of(at)) + "/" + split_path(source_of(at)).name;
+    const Disk installed =
+        disk_before(at.survey.product, at.survey.flow, at.survey.folder, "upgrade");
+    if (!path.empty() && is_settings_file(path) && !installed.found(path).empty())
+        say(at, report,
+            "the upgrade writes the settings file " + quoted(path) +
+                " anew, and what was edited in it is lost: let \"Exist\" look first");
+}
+
+void error_without_message(const CommandAt &at, Report &report)
+{
+    if (at.command.type == Error && text_of(at.command.dest).empty())
+        say(at, report, "there is no message: the screen shows \"Failed, \" and no reason");
+}
+
+} // namespace
+
+const Rule copy_rules[] = {
+    {"destination-slash", Severity::error, nullptr, destination_slash},
+    {"destination-bare", Severity::error, nullptr, destination_bare},
+    {"destination-unmade", Severity::error, nullptr, destination_unmade},
+    {"dash-as-path", Severity::error, nullptr, dash_as_path},
+    {"exclusion-path", Severity::error, nullptr, exclusion_path},
+    {"exclusion-pieces", Severity::warning, nullptr, exclusion_pieces},
+    {"no-match", Severity::error, nullptr, no_match},
+    {"removal-ends-flow", Severity::error, nullptr, removal_ends_flow},
+    {"file-is-directory", Severity::error, nullptr, file_is_directory},
+    {"all-of-a-directory", Severity::error, nullptr, all_of_a_directory},
+    {"unguarded-removal", Severity::warning, nullptr, unguarded_removal},
+    {"mode-not-octal", Severity::error, nullptr, mode_not_octal},
+    {"directory-shut", Severity::error, nullptr, directory_shut},
+    {"pages-executable", Severity::warning, nullptr, pages_executable},
+    {"not-executable", Severity::warning, nullptr, not_executable},
+    {"group-of-user", Severity::warning, nullptr, group_of_user},
+    {"rfile-empties", Severity::error, nullptr, rfile_empties},
+    {"own-file-moved", Severity::error, nullptr, own_file_moved},
+    {"template-onto-itself", Severity::error, nullptr, template_onto_itself},
+    {"settings-overwritten", Severity::error, nullptr, settings_overwritten},
+    {"error-without-message", Severity::warning, nullptr, error_without_message},
+    end_of_rules,
+};

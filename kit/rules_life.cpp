@@ -1,0 +1,231 @@
+// The life of a product: what install makes and remove forgets, what is noted and not read back.
+#include "rules.h"
+
+#include <algorithm>
+
+#include "lib.h"
+
+namespace {
+
+struct Life {
+    explicit Life(Survey &of)
+        : survey(of), made(disk_before(of.product, of.flow, of.folder, "remove"))
+    {
+    }
+
+    Survey &survey;
+    Disk made; // what install and upgrade leave behind
+};
+
+std::string without_slash(std::string path)
+{
+    while (path.size() > 1 && is_separator(path.back()))
+        path.pop_back();
+    return path;
+}
+
+// True when a command of [remove] can take the path, whatever its condition.
+bool is_taken(const Survey &survey, const std::string &path)
+{
+    std::set<std::string> renamed; // directories that are removed under another name
+    for (const Line *line : entries_of(survey.product.copy, "remove")) {
+        const copy_cmd &command = *line->command;
+        const std::string source = without_slash(survey.flow.path(command.source));
+        const SplitPath pattern = split_path(survey.flow.path(command.source));
+        const std::string wild = pattern.name.empty() ? "*" : pattern.name;
+        const auto matches = [&](const std::string &one) {
+            return split_path(one).directory == pattern.directory &&
+                   wild_match(split_path(one).name.c_str(), wild.c_str());
+        };
+        if (command.type == Rename && (path == source || path.starts_with(source + "/")))
+            return true;
+        if (command.type == RmFile && matches(path))
+            return true;
+        if (command.type != RmDir)
+            continue;
+        for (std::string part = path; !part.empty();
+             part = without_slash(split_path(part).directory)) {
+            if (matches(part))
+                return true;
+            if (part == without_slash(split_path(part).directory))
+                break;
+        }
+    }
+    return false;
+}
+
+// A directory that a person chose among those that were there, or that is not the product's alone.
+bool is_shared(const Survey &survey, const std::string &path)
+{
+    const std::string name = only_reference(path);
+    const Setting *setting = name.empty() ? nullptr : survey.flow.find(name);
+    if (!setting)
+        return !name.empty() || path.find('/') == std::string::npos;
+    return std::any_of(setting->setters.begin(), setting->setters.end(), [](const Mention *one) {
+        return one->file->kind == FileKind::init ||
+               (one->file->kind == FileKind::questions && one->line->question->type != QDir &&
+                one->line->question->type != QDirEmpty);
+    });
+}
+
+void never_removed(Survey &survey, Report &report)
+{
+    const Life life(survey);
+    if (!find_section(survey.product.copy, "remove"))
+        return;
+    std::set<const Line *> told;
+    for (const auto &[path, what] : life.made.made()) {
+        const bool is_of_flow = what.line->command && !is_separator(path[0]);
+        if (!is_of_flow || is_taken(survey, path) || told.contains(what.line))
+            continue;
+        if (what.is_directory &&
+            (what.line->command->type != MkDir || is_shared(survey, path) ||
+             without_slash(survey.flow.path(what.line->command->source)) != path))
+            continue;
+        told.insert(what.line);
+        report.add(survey.product.copy, *what.line,
+                   quoted(path) + " is made here, and no command of [remove] takes it away");
+    }
+}
+
+// --- Notes -----------------------------------------------------------------------------------
+
+// Everything that a line of the product writes, by its path.
+std::set<std::string> written_paths(const Survey &survey)
+{
+    std::set<std::string> paths;
+    for (const Section &section : survey.product.copy.sections) {
+        Disk disk = disk_before(survey.product, survey.flow, survey.folder, section.name);
+        walk_section(survey.product, survey.flow, section.name, disk,
+                     [](const Line &, const copy_cmd &, const Disk &) {});
+        paths.insert(disk.ever_made().begin(), disk.ever_made().end());
+    }
+    return paths;
+}
+
+std::string near_path(const std::set<std::string> &paths, const std::string &path)
+{
+    return nearest_word(path, {paths.begin(), paths.end()});
+}
+
+// True when the path is of this product and nothing writes or ships it.
+bool is_nowhere(const Survey &survey, const std::set<std::string> &written, const std::string &path)
+{
+    return !path.empty() && !is_separator(path[0]) && !written.contains(path) &&
+           !(is_in_folder(path) && !survey.folder.matches(path).empty());
+}
+
+void note_unwritten(Survey &survey, Report &report)
+{
+    const std::set<std::string> written = written_paths(survey);
+    for (const Line *line : entries_of(survey.product.init)) {
+        const init_item &probe = *line->probe;
+        if (probe.mode != IRFile && probe.mode != IExist)
+            continue;
+        const std::string path = without_slash(survey.flow.path(probe.a));
+        const std::string near = near_path(written, path);
+        const bool is_note = probe.mode == IRFile && is_in_folder(path);
+        if (is_nowhere(survey, written, path) && (is_note || !near.empty()))
+            report.add(
+                survey.product.init, *line,
+                "no command writes " + quoted(path) +
+                    (probe.mode == IRFile ? ": there is nothing to read" : ": it is never there") +
+                    meant(near));
+    }
+}
+
+// The same for what commands and questions look for.
+void looked_for_nowhere(Survey &survey, Report &report)
+{
+    const std::set<std::string> written = written_paths(survey);
+    const auto look = [&](const ProductFile &file, const Line &line, const char *field) {
+        const std::string path = without_slash(survey.flow.path(field));
+        const std::string near = near_path(written, path);
+        if (is_nowhere(survey, written, path) && !near.empty())
+            report.add(file, line,
+                       "no command makes " + quoted(path) + ": it is never there" + meant(near));
+    };
+    for (const Line *line : entries_of(survey.product.questions))
+        if (line->question->type == QXExist)
+            look(survey.product.questions, *line, line->question->text);
+    for (const Line *line : entries_of(survey.product.copy))
+        if (line->command->type == Exist || line->command->type == RmFile ||
+            line->command->type == RmDir)
+            if (std::string(line->command->source).find_first_of("*?") == std::string::npos)
+                look(survey.product.copy, *line, line->command->source);
+}
+
+// A product that reads some of its notes back means to read all that lie beside them.
+void note_unread(Survey &survey, Report &report)
+{
+    const std::set<std::string> written = written_paths(survey);
+    std::set<std::string> read;
+    std::set<std::string> directories;
+    const auto add = [&](const char *field, bool is_note) {
+        const std::string path = survey.flow.path(text_of(field));
+        read.insert(path);
+        if (is_note && is_in_folder(path) && written.contains(path))
+            directories.insert(split_path(path).directory);
+    };
+    for (const Line *line : entries_of(survey.product.init))
+        if (line->probe->mode == IRFile || line->probe->mode == IExist)
+            add(line->probe->a, line->probe->mode == IRFile);
+    for (const Line *line : entries_of(survey.product.questions))
+        if (line->question->type == QXExist)
+            add(line->question->text, false);
+    for (const Line *line : entries_of(survey.product.copy))
+        if (line->command->type == Exist || line->command->type == CpyFile)
+            add(line->command->source, false);
+    std::set<std::string> told;
+    for (const Line *line : entries_of(survey.product.copy, "install")) {
+        if (line->command->type != WFile)
+            continue;
+        const std::string path = survey.flow.path(line->command->source);
+        if (directories.contains(split_path(path).directory) && !read.contains(path) &&
+            told.insert(path).second)
+            report.add(survey.product.copy, *line,
+                       quoted(path) + " is noted here, and nothing ever reads it back");
+    }
+}
+
+// --- Answers ---------------------------------------------------------------------------------
+
+// True when the init script can give a setting what an earlier run has noted, or found out.
+bool is_read_back(const Setting &setting)
+{
+    return std::any_of(setting.setters.begin(), setting.setters.end(),
+                       [](const Mention *one) { return one->file->kind == FileKind::init; });
+}
+
+// What install asks and upgrade or remove use without asking is the default there, not the answer.
+void answer_lost(Survey &survey, Report &report)
+{
+    std::set<std::string> told;
+    for (const Mention &mention : survey.flow.mentions()) {
+        if (mention.file->kind != FileKind::copy || mention.role != Role::reference ||
+            mention.line->command->control || mention.line->command->type == Error)
+            continue;
+        const std::string section = section_of(survey.product.copy, *mention.line);
+        const Setting *setting = survey.flow.find(mention.name);
+        const bool is_later = section == "upgrade" || section == "remove";
+        if (!is_later || !setting || is_read_back(*setting) ||
+            !is_asked_in(survey.product, "install", mention.name) ||
+            is_asked_in(survey.product, section, mention.name) ||
+            !told.insert(section + " " + mention.name).second)
+            continue;
+        report.add(survey.product.copy, *mention.line,
+                   "only [install] asks for " + quoted(mention.name) +
+                       ", and nobody noted the answer down: here it has its default");
+    }
+}
+
+} // namespace
+
+const Rule life_rules[] = {
+    {"never-removed", Severity::warning, never_removed, nullptr},
+    {"note-unwritten", Severity::error, note_unwritten, nullptr},
+    {"looked-for-nowhere", Severity::error, looked_for_nowhere, nullptr},
+    {"note-unread", Severity::warning, note_unread, nullptr},
+    {"answer-lost", Severity::error, answer_lost, nullptr},
+    end_of_rules,
+};

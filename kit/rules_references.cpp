@@ -1,0 +1,458 @@
+// References and settings: names that lead nowhere, values that are never set or never looked at.
+#include "rules.h"
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+
+#include "lib.h"
+
+namespace {
+
+// --- Unknown names ---------------------------------------------------------------------------
+
+// What a text with an unknown reference shows, by the place that it is filled in at.
+const char *fate_of_reference(const ProductFile &file, const Line &line)
+{
+    switch (file.kind) {
+    case FileKind::data:
+        return "stays as written in the value";
+    case FileKind::init:
+        return "is left out of the path";
+    case FileKind::questions:
+        return line.question->type == QError ? "says nothing" : "is left out of the text";
+    case FileKind::copy:
+        break;
+    }
+    return line.command->type == Error ? "stays as written in the message"
+                                       : "stays as written in the path";
+}
+
+bool is_known_reference(const Survey &survey, const Mention &mention)
+{
+    if (survey.flow.find(mention.name))
+        return true;
+    if (mention.file->kind != FileKind::data)
+        return false;
+    // Inside the data file names are found without regard to case, but only those of this file.
+    return std::any_of(survey.flow.settings().begin(), survey.flow.settings().end(),
+                       [&](const auto &one) {
+                           return (one.second.data || one.second.built_in) &&
+                                  s_stricmp(one.first.c_str(), mention.name.c_str()) == 0;
+                       });
+}
+
+void unknown_reference(Survey &survey, Report &report)
+{
+    for (const Mention &mention : survey.flow.mentions())
+        if (mention.role == Role::reference && !is_known_reference(survey, mention))
+            report.add(*mention.file, *mention.line,
+                       reference_to(mention.name) + " names no setting, and " +
+                           fate_of_reference(*mention.file, *mention.line) +
+                           meant(survey.flow.nearest(mention.name)));
+}
+
+// A template keeps what names no setting, as a shell script wants it; a name that is nearly one,
+// and a word in a text that is no program, is a mistake.
+bool is_doubtful_reference(const FilledText &text, const std::string &name, const std::string &near)
+{
+    if (!text.used || !near.empty())
+        return true;
+    const bool is_program = !text.lines.empty() && text.lines[0].text.starts_with("#!");
+    const bool is_makefile = text.name.find("akefile") != std::string::npos;
+    return is_plain_name(name) && !is_program && !is_makefile;
+}
+
+void unknown_in_text(Survey &survey, Report &report)
+{
+    for (const FilledText &text : survey.texts)
+        for (const TemplateLine &line : text.lines)
+            for_each_reference(line.text.c_str(), [&](const Reference &reference) {
+                if (!reference.end || survey.flow.find(reference.name))
+                    return;
+                const std::string near = survey.flow.nearest(reference.name);
+                if (is_doubtful_reference(text, reference.name, near))
+                    report.add(text, line.number,
+                               reference_to(reference.name) + " names no setting, and " +
+                                   (text.used ? "stays as written" : "is left out") + meant(near));
+            });
+}
+
+void open_reference(Survey &survey, Report &report)
+{
+    const auto is_open = [](const char *text) {
+        bool open = false;
+        for_each_reference(text, [&](const Reference &reference) { open = !reference.end; });
+        return open;
+    };
+    for_each_line(survey.product, [&](const ProductFile &file, const Line &line) {
+        if (line.kind == LineKind::entry && is_open(line.text.c_str()))
+            report.add(file, line,
+                       std::string("the reference has no \")\": ") +
+                           (file.kind == FileKind::copy
+                                ? "the field loses its last character and keeps the rest as written"
+                                : "it stays as written"));
+    });
+    for (const FilledText &text : survey.texts)
+        for (const TemplateLine &line : text.lines)
+            if (is_open(line.text.c_str()))
+                report.add(text, line.number,
+                           text.used
+                               ? "the reference has no \")\" on its line, which loses its last "
+                                 "character"
+                               : "the reference has no \")\" on its line and stays as written");
+}
+
+// --- Other ways to write a reference ---------------------------------------------------------
+
+// The name in a "${name}" that a setting bears; "" when there is none.
+std::string braced_setting(const Flow &flow, const std::string &text)
+{
+    for (size_t at = text.find("${"); at != std::string::npos; at = text.find("${", at + 2)) {
+        const std::string name = text.substr(at + 2, text.find('}', at) - at - 2);
+        if (flow.find(name))
+            return name;
+    }
+    return "";
+}
+
+void braces(Survey &survey, Report &report)
+{
+    const auto say = [](const std::string &name) {
+        return "${" + name + "} is no reference and stays as written; " +
+               quoted(reference_to(name)) + "?";
+    };
+    for_each_line(survey.product, [&](const ProductFile &file, const Line &line) {
+        const std::string name = braced_setting(survey.flow, line.text);
+        if (line.kind == LineKind::entry && !name.empty())
+            report.add(file, line, say(name));
+    });
+    for (const FilledText &text : survey.texts) {
+        const bool is_program = !text.lines.empty() && text.lines[0].text.starts_with("#!");
+        for (const TemplateLine &line : text.lines) {
+            const std::string name = is_program ? "" : braced_setting(survey.flow, line.text);
+            if (!name.empty())
+                report.add(text, line.number, say(name));
+        }
+    }
+}
+
+bool is_unfilled_name(const std::string &word)
+{
+    return word.find("$(") != std::string::npos;
+}
+
+// What stands in a column that takes a name, and what it is called.
+void reference_as_name(Survey &survey, Report &report)
+{
+    for (const Mention &mention : survey.flow.mentions())
+        if (mention.role != Role::reference && is_unfilled_name(mention.name))
+            report.add(*mention.file, *mention.line,
+                       quoted(mention.name) +
+                           " stands where a name belongs, and this column is never filled in" +
+                           meant(only_reference(mention.name)));
+    for (const Line *line : entries_of(survey.product.copy))
+        if (is_unfilled_name(text_of(line->command->not_)))
+            report.add(survey.product.copy, *line,
+                       quoted(line->command->not_) +
+                           " stands in the column for what is left out, which is never filled in");
+}
+
+// A setting's column that holds a path or nothing.
+void no_setting_name(Survey &survey, Report &report)
+{
+    for (const Mention &mention : survey.flow.mentions()) {
+        if (mention.role != Role::target || is_unfilled_name(mention.name))
+            continue;
+        if (mention.name == "-")
+            report.add(
+                *mention.file, *mention.line,
+                "\"-\" stands where the name of a setting belongs: a setting of that name is made");
+        else if (mention.name.find('/') != std::string::npos)
+            report.add(*mention.file, *mention.line,
+                       quoted(mention.name) + " stands where the name of a setting belongs");
+    }
+}
+
+// --- The data file ---------------------------------------------------------------------------
+
+void built_in(Survey &survey, Report &report)
+{
+    for (const Line *line : entries_of(survey.product.data)) {
+        const Setting *setting = survey.flow.find(line->setting->name);
+        if (setting && setting->built_in)
+            report.add(survey.product.data, *line,
+                       quoted(line->setting->name) +
+                           " is a setting of the program's own, which is found first: this value "
+                           "never counts");
+    }
+}
+
+void repeated_setting(Survey &survey, Report &report)
+{
+    std::set<std::string> names;
+    for (const Line *line : entries_of(survey.product.data))
+        if (!names.insert(line->setting->name).second)
+            report.add(survey.product.data, *line,
+                       quoted(line->setting->name) + " has a line above, and only that counts");
+}
+
+// True when a setting's value refers to itself, on whatever way.
+bool is_cycle(const Survey &survey, const std::string &from)
+{
+    std::set<std::string> seen;
+    std::vector<std::string> next = {from};
+    while (!next.empty() && seen.size() < 200) {
+        const std::string name = next.back();
+        next.pop_back();
+        const Setting *setting = survey.flow.find(name);
+        if (!setting || !setting->data)
+            continue;
+        bool found = false;
+        for_each_reference(setting->data->setting->value.c_str(), [&](const Reference &reference) {
+            found = found || from == reference.name;
+            if (reference.end && seen.insert(reference.name).second)
+                next.emplace_back(reference.name);
+        });
+        if (found)
+            return true;
+    }
+    return false;
+}
+
+void reference_cycle(Survey &survey, Report &report)
+{
+    for (const Line *line : entries_of(survey.product.data))
+        if (line->setting->value.find("$(") != std::string::npos &&
+            is_cycle(survey, line->setting->name))
+            report.add(
+                survey.product.data, *line,
+                "the value refers to itself in the end: it is given up after 100 replacements");
+}
+
+// In the data file a reference to a setting without a value, and to "action", leaves nothing.
+void empty_reference(Survey &survey, Report &report)
+{
+    for (const Mention &mention : survey.flow.mentions()) {
+        if (mention.role != Role::reference || mention.file->kind != FileKind::data)
+            continue;
+        const Setting *setting = survey.flow.find(mention.name);
+        if (mention.name == "action" ||
+            (setting && setting->data && setting->data->setting->value.empty() &&
+             !setting->built_in))
+            report.add(*mention.file, *mention.line,
+                       reference_to(mention.name) +
+                           " is filled in when the file has been read, before anything gives it a "
+                           "value: it leaves nothing");
+    }
+}
+
+// --- Set and looked at -----------------------------------------------------------------------
+
+// Names that a text fills in.
+std::set<std::string> names_in_texts(const Survey &survey)
+{
+    std::set<std::string> names;
+    for (const FilledText &text : survey.texts)
+        for (const TemplateLine &line : text.lines)
+            for_each_reference(line.text.c_str(),
+                               [&](const Reference &reference) { names.insert(reference.name); });
+    return names;
+}
+
+// Templates that cannot be found here may use any setting.
+bool has_unknown_template(const Survey &survey)
+{
+    const auto commands = entries_of(survey.product.copy);
+    return std::any_of(commands.begin(), commands.end(), [&](const Line *line) {
+        if (line->command->type != CpyIni)
+            return false;
+        const std::string path = survey.flow.path(line->command->source);
+        return std::none_of(survey.texts.begin(), survey.texts.end(),
+                            [&](const FilledText &text) { return text.name == path; });
+    });
+}
+
+void unused_setting(Survey &survey, Report &report)
+{
+    if (survey.product.copy.lines.empty() || survey.product.questions.lines.empty())
+        return;
+    const std::set<std::string> in_texts = names_in_texts(survey);
+    std::set<std::string> folded_references;
+    for (const Mention &mention : survey.flow.mentions())
+        if (mention.role == Role::reference && mention.file->kind == FileKind::data)
+            folded_references.insert(folded(mention.name));
+    const bool is_certain = !has_unknown_template(survey);
+    for (const auto &[name, setting] : survey.flow.settings()) {
+        // Everybody writes down what the product is and which version of it.
+        if (!setting.data || setting.built_in || setting.uses > 0 || name == "product" ||
+            name == "version" || in_texts.contains(name) || !is_certain || !is_plain_name(name) ||
+            folded_references.contains(folded(name)))
+            continue;
+        report.add(survey.product.data, *setting.data,
+                   setting.setters.empty()
+                       ? quoted(name) + " is used nowhere"
+                       : quoted(name) + " gets a value, and nothing ever looks at it");
+    }
+}
+
+void never_set(Survey &survey, Report &report)
+{
+    const std::set<std::string> in_texts = names_in_texts(survey);
+    for (const auto &[name, setting] : survey.flow.settings())
+        if (setting.data && !setting.built_in && setting.setters.empty() &&
+            setting.data->setting->value.empty() && (setting.uses > 0 || in_texts.contains(name)))
+            report.add(survey.product.data, *setting.data,
+                       quoted(name) + " begins without a value, and nothing ever gives it one");
+}
+
+// A setting that the data file does not name keeps its first value.
+void not_in_data(Survey &survey, Report &report)
+{
+    for (const auto &[name, setting] : survey.flow.settings()) {
+        if (setting.data || setting.built_in || setting.setters.empty() || name == "-" ||
+            is_unfilled_name(name) || name.find('/') != std::string::npos)
+            continue;
+        const Mention &first = *setting.setters[0];
+        const bool is_asked_for =
+            std::any_of(setting.setters.begin(), setting.setters.end(), [](const Mention *mention) {
+                return mention->file->kind == FileKind::questions;
+            });
+        std::vector<std::string> names;
+        for (const Line *line : entries_of(survey.product.data))
+            if (!survey.flow.find(line->setting->name)->uses)
+                names.push_back(line->setting->name);
+        const std::string near = nearest_word(name, names);
+        if (setting.setters.size() > 1 || is_asked_for || !near.empty())
+            report.add(
+                *first.file, *first.line,
+                quoted(name) +
+                    " is not in the data file: it collects its values in place of keeping the "
+                    "last one" +
+                    meant(near));
+    }
+}
+
+// --- Filled in too early ---------------------------------------------------------------------
+
+void filled_too_early(Survey &survey, Report &report)
+{
+    for (const Mention &mention : survey.flow.mentions()) {
+        if (mention.role != Role::reference || mention.file->kind != FileKind::copy ||
+            mention.line->command->type == Error)
+            continue;
+        const Setting *setting = survey.flow.find(mention.name);
+        if (!setting)
+            continue;
+        for (const Mention *setter : setting->setters)
+            if (setter->file == mention.file && setter->line->section == mention.line->section &&
+                setter->line->number < mention.line->number) {
+                report.add(*mention.file, *mention.line,
+                           reference_to(mention.name) +
+                               " was filled in when the section was loaded: what line " +
+                               std::to_string(setter->line->number) +
+                               " finds out does not reach it");
+                break;
+            }
+    }
+}
+
+// --- Templates -------------------------------------------------------------------------------
+
+bool has_reference(const std::string &text)
+{
+    Reference reference;
+    return find_reference(text.c_str(), reference);
+}
+
+std::string extension_of(const std::string &path)
+{
+    const std::string name = split_path(path).name;
+    const size_t point = name.rfind('.');
+    return point == std::string::npos ? "" : folded(name.substr(point));
+}
+
+bool is_one_of(const std::string &word, std::initializer_list<const char *> words)
+{
+    return std::any_of(words.begin(), words.end(), [&](const char *one) { return word == one; });
+}
+
+// What the file that a template makes is called.
+std::string made_name(const Survey &survey, const FilledText &text)
+{
+    return survey.flow.path(text_of(text.used->command->dest));
+}
+
+void lost_indentation(Survey &survey, Report &report)
+{
+    for (const FilledText &text : survey.texts) {
+        // In these the blanks at the beginning of a line mean something.
+        if (!text.used || !is_one_of(extension_of(made_name(survey, text)),
+                                     {".yml", ".yaml", ".py", ".mk", ".rst", ".md"}))
+            continue;
+        for (const TemplateLine &line : text.lines)
+            if (!line.text.empty() && (line.text[0] == ' ' || line.text[0] == '\t') &&
+                has_reference(line.text))
+                report.add(text, line.number,
+                           "a line with a reference is written without the blanks before it");
+    }
+}
+
+bool is_code(const Survey &survey, const FilledText &text)
+{
+    return text.used && ((!text.lines.empty() && (text.lines[0].text.starts_with("#!") ||
+                                                  text.lines[0].text.starts_with("<?"))) ||
+                         is_one_of(extension_of(made_name(survey, text)),
+                                   {".php", ".pl", ".pm", ".sh", ".cgi"}));
+}
+
+void answer_in_quotes(Survey &survey, Report &report)
+{
+    for (const FilledText &text : survey.texts) {
+        if (!is_code(survey, text))
+            continue;
+        for (const TemplateLine &line : text.lines)
+            for_each_reference(line.text.c_str(), [&](const Reference &reference) {
+                const bool in_quotes = reference.end && reference.begin > line.text.c_str() &&
+                                       reference.begin[-1] == '\'' && reference.end[0] == '\'';
+                const Setting *setting = in_quotes ? survey.flow.find(reference.name) : nullptr;
+                const bool is_typed =
+                    setting && std::any_of(setting->setters.begin(), setting->setters.end(),
+                                           [](const Mention *one) {
+                                               return one->file->kind == FileKind::questions &&
+                                                      one->line->question->type == QText;
+                                           });
+                if (is_typed)
+                    report.add(text, line.number,
+                               "an answer with an apostrophe ends the quotes around " +
+                                   reference_to(reference.name) +
+                                   ", and the rest is run as a program");
+            });
+    }
+}
+
+} // namespace
+
+const Rule reference_rules[] = {
+    {"unknown-reference", Severity::error,
+     [](Survey &survey, Report &report) {
+         unknown_reference(survey, report);
+         unknown_in_text(survey, report);
+     },
+     nullptr},
+    {"open-reference", Severity::error, open_reference, nullptr},
+    {"braces", Severity::error, braces, nullptr},
+    {"reference-as-name", Severity::error, reference_as_name, nullptr},
+    {"no-setting-name", Severity::error, no_setting_name, nullptr},
+    {"built-in", Severity::error, built_in, nullptr},
+    {"repeated-setting", Severity::error, repeated_setting, nullptr},
+    {"reference-cycle", Severity::error, reference_cycle, nullptr},
+    {"empty-reference", Severity::error, empty_reference, nullptr},
+    {"unused-setting", Severity::warning, unused_setting, nullptr},
+    {"never-set", Severity::warning, never_set, nullptr},
+    {"not-in-data", Severity::warning, not_in_data, nullptr},
+    {"filled-too-early", Severity::error, filled_too_early, nullptr},
+    {"lost-indentation", Severity::warning, lost_indentation, nullptr},
+    {"answer-in-quotes", Severity::warning, answer_in_quotes, nullptr},
+    end_of_rules,
+};
