@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "lib.h"
@@ -537,24 +538,73 @@ bool write_all(int to, const char *data, size_t size, size_t *written)
     return true;
 }
 
-bool copy_blocks(int from, int to, const char *src, const char *dst, unsigned long *bytes)
+// An open copy and what is said about it.
+struct Transfer {
+    int from;
+    int to;
+    const char *src;
+    const char *dst;
+    unsigned long *bytes; // null: not counted
+
+    // By whole blocks, where not all of it could be written.
+    void count(size_t written, bool complete) const
+    {
+        if (bytes)
+            *bytes += complete ? written : written - written % block_size;
+    }
+
+    bool reading_failed() const
+    {
+        file_error("Error reading from '%s'", src);
+        return false;
+    }
+
+    bool writing_failed() const
+    {
+        file_error("Error writing to '%s'", dst);
+        return false;
+    }
+};
+
+// Copies a large file, but for its end, from where the system keeps it, which spares moving it into
+// a buffer first. Only the system looks into what is mapped: where the file has become shorter or
+// cannot be read, that fails the call and not the run, and reading goes on there and tells why.
+bool copy_windows(const Transfer &copy, off_t size)
+{
+    constexpr size_t window_size = 32 * block_size;
+    off_t offset = 0;
+    for (bool mapped = true; mapped && offset + static_cast<off_t>(window_size) <= size;) {
+        void *window = ::mmap(nullptr, window_size, PROT_READ, MAP_SHARED, copy.from, offset);
+        if (window == MAP_FAILED)
+            break;
+        size_t written = 0;
+        const bool complete =
+            write_all(copy.to, static_cast<const char *>(window), window_size, &written);
+        mapped = complete || errno != EFAULT;
+        ::munmap(window, window_size);
+        copy.count(written, complete || !mapped);
+        offset += static_cast<off_t>(written);
+        if (!complete && mapped)
+            return copy.writing_failed();
+    }
+    return ::lseek(copy.from, offset, SEEK_SET) == offset || copy.reading_failed();
+}
+
+bool copy_blocks(const Transfer &copy)
 {
     std::array<char, block_size * blocks_at_once> buffer;
     while (true) {
         const ssize_t got =
-            uninterrupted([&] { return ::read(from, buffer.data(), buffer.size()); });
+            uninterrupted([&] { return ::read(copy.from, buffer.data(), buffer.size()); });
         if (got < 0)
-            file_error("Error reading from '%s'", src);
-        if (got <= 0)
-            return got == 0;
+            return copy.reading_failed();
+        if (got == 0)
+            return true;
         size_t written = 0;
-        const bool complete = write_all(to, buffer.data(), static_cast<size_t>(got), &written);
-        if (bytes)
-            *bytes += complete ? written : written - written % block_size;
-        if (!complete) {
-            file_error("Error writing to '%s'", dst);
-            return false;
-        }
+        const bool complete = write_all(copy.to, buffer.data(), static_cast<size_t>(got), &written);
+        copy.count(written, complete);
+        if (!complete)
+            return copy.writing_failed();
     }
 }
 
@@ -582,7 +632,10 @@ bool copy_content(const Source &src, Descriptor &opened, const struct stat &info
         file_error("Error opening '%s' for read", src.path);
         return false;
     }
-    if (!copy_blocks(from.get(), to.get(), src.path, dst, bytes))
+    constexpr off_t large = 1 << 20;
+    const Transfer copy = {
+        .from = from.get(), .to = to.get(), .src = src.path, .dst = dst, .bytes = bytes};
+    if ((info.st_size >= large && !copy_windows(copy, info.st_size)) || !copy_blocks(copy))
         return false;
     if (!to.close()) {
         file_error("Error writing to '%s'", dst);

@@ -33,36 +33,67 @@ class CopyTest : public InDirectory {
                " " + new_errors();
     }
 
+    // The commands of a script, each with the fields it has.
+    static std::string told(const copy *script)
+    {
+        std::string commands;
+        for (unsigned i = 0; i < copy_count(script); i++) {
+            unsigned row = 0;
+            while (copy_word(row) && copy_word_type(row) != script->list[i].type)
+                row++;
+            commands += copy_word(row) ? copy_word(row) : "Unknown";
+            for (const auto &[name, field] : {std::pair("source", &copy_src),
+                                              {"not", &copy_not},
+                                              {"dest", &copy_dst},
+                                              {"control", &copy_control},
+                                              {"compare", &copy_control_cmp}})
+                if (const char *text = field(script, i))
+                    commands += std::string(" ") + name + "=" + text;
+        }
+        return commands;
+    }
+
+    // The errors since the last call, each behind a comma.
+    std::string errors()
+    {
+        std::string text = new_errors();
+        for (size_t at = 0; (at = text.find('|', at)) != std::string::npos;)
+            text.replace(at, 1, ", ");
+        return text.empty() ? "" : ", " + text;
+    }
+
     Store store = store_of({{"dir", "/srv"}, {"no", "no"}, {"yes", "1"}, {"full", "FULL"}});
 };
 
 TEST_F(CopyTest, LinesBecomeCommands)
 {
+    expect_rows({"copyfile $(dir)/a b $(dir)$(x)/c=>CopyFile source=/srv/a not=b dest=/srv$(x)/c",
+                 "  CopyDir a - c k v more=>CopyDir source=a dest=c control=k compare=v",
+                 "CHMOD a - 7 k=>Chmod source=a dest=7 control=k", "RmFile a -=>RmFile source=a",
+                 "RmDir\ta n k v=>RmDir source=a not=n control=k compare=v",
+                 "MkDir a k=>MkDir source=a control=k", "Ini a b k=>Ini source=a dest=b control=k",
+                 "RFile a b k v=>RFile source=a dest=b control=k compare=v",
+                 "Error a  two  words =>Error source=a dest= two  words", "Error a=>Error source=a",
+                 "# no=>",
+                 "CopyFile=>, Missing copy source path, Missing not wildcard, "
+                 "Missing copy destination path",
+                 "Error=>, Missing copy source path", "Ini a=>, Missing copy destination path",
+                 "RmFile a=>, Missing not wildcard",
+                 "Spoon a b c=>Unknown source=a not=b dest=c, Unknown copy type 'Spoon'"},
+                [this](const Fields &row) {
+                    const std::string commands = told(load(row[0]).get());
+                    return commands + errors();
+                });
     // An unknown word takes over the type of a line that was dropped in its place. A line over 999
     // characters goes on as the next one.
-    const Script script = load(
-        "copyfile $(dir)/a b $(dir)$(x)/c\n  CopyDir a - c k v more\nChown a n o\nCHMOD a - 7 k\n"
-        "RmFile a -\nRmDir\ta n k v\nMkDir a k\nIni a b k\n# no\n\nRename a b\nExist a b\n"
-        "WFile a b\nRFile a b k v\nError a  two  words \nError a\nCopyFile\nError\nIni a\n"
-        "RmFile a\nSpoon a b c\nSpoon a b c\nMkDir " +
-        std::string(990, 'm') + " a 00\n");
-    std::string commands;
-    for (unsigned i = 0; i < copy_count(script.get()); i++) {
-        commands += std::to_string(script->list[i].type);
-        for (const auto field : {copy_src, copy_not, copy_dst, copy_control, copy_control_cmp})
-            commands += "," + (field(script.get(), i) ? shown(field(script.get(), i)) : "");
-        commands += "|";
-    }
-    EXPECT_EQ(commands, "257,/srv/a,b,/srv$(x)/c,,|258,a,,c,k,v|2048,a,n,o,,|2049,a,,7,k,|"
-                        "513,a,,,,|514,a,n,,k,v|260,a,,,k,|264,a,,b,k,|272,a,,b,,|1024,a,,b,,|"
-                        "8192,a,,b,,|16384,a,,b,k,v|4096,a,, two  words,,|4096,a,,,,|"
-                        "513,a,b,c,,|0,a,b,c,,|260," +
-                            std::string(990, 'm') + ",,,a,|");
-    EXPECT_EQ(new_errors(),
-              "Missing copy source path|Missing not wildcard|Missing copy destination "
-              "path|Missing copy source path|Missing copy destination path|Missing not wildcard|"
-              "Unknown copy type 'Spoon'|Unknown copy type 'Spoon'|Unknown copy type '00'|"
-              "Missing copy source path|Missing not wildcard|Missing copy destination path");
+    EXPECT_EQ(told(load("RmFile a\nSpoon a b c\n").get()), "RmFile source=a not=b dest=c");
+    const std::string wide(990, 'm');
+    EXPECT_EQ(told(load("MkDir " + wide + " a 00\n").get()), "MkDir source=" + wide + " control=a");
+    EXPECT_EQ(errors(),
+              ", Missing not wildcard, Unknown copy type 'Spoon', Unknown copy type '00', "
+              "Missing copy source path, Missing not wildcard, Missing copy destination "
+              "path");
+    const Script script = load("");
     EXPECT_EQ(copy_load(script.get(), "absent", "s"), 0);
     EXPECT_EQ(new_errors(), "Error opening 'absent', No such file or directory");
     // A second section takes the place of the first.
@@ -94,30 +125,6 @@ TEST_F(CopyTest, ReferencesAreFilledInOnceAndFieldsAreSplit)
                 });
     const std::string full = "$(long)$(dir)" + std::string(9500, 'r') + "$(x)$(y";
     EXPECT_EQ(shown(Text(replace_vars(load("").get(), full.c_str())).get()).size(), 9999U);
-}
-
-TEST_F(CopyTest, ModesAndOwnersReachWholeTrees)
-{
-    write_text("t/d/f", "");
-    write_text("t/d/x.cfg", "");
-    if (::geteuid() != 0)
-        GTEST_SKIP() << "only root gives files away";
-    EXPECT_EQ(run("Chmod t/* *.CFG 0710\nChown t/d - $(dir):nogroup\nChown none - root\n", 0),
-              "1 2 0 file_chown failed|file_chown failed");
-    EXPECT_EQ(run("Chown t/d */x.* nobody:nogroup\nChown t/d/x.cfg - daemon\n"), "1 3 0 ");
-    std::string changed;
-    for (const char *name : {"t/d", "t/d/f", "t/d/x.cfg"}) {
-        struct stat info {};
-        EXPECT_EQ(::stat(name, &info), 0);
-        changed += (info.st_mode & 07777) == 0710 ? " 0710:" : " ";
-        changed += std::to_string(info.st_uid) + ":" + std::to_string(info.st_gid);
-    }
-    EXPECT_EQ(changed, " 0710:65534:65534 0710:65534:65534 1:1");
-    // The first entry that fails ends its level; the directory itself is the user's own.
-    ASSERT_EQ(::chown("t/d/f", 0, 0), 0);
-    become_nobody();
-    EXPECT_EQ(dochmod("t", "*", nullptr, 0755), 1);
-    EXPECT_NE(new_errors().find("Operation not permitted|file_chmod failed"), std::string::npos);
 }
 
 TEST_F(CopyTest, TemplatesBecomeSettingsFiles)

@@ -146,7 +146,7 @@ TEST_P(WrittenDown, GoesWordForWord)
 INSTANTIATE_TEST_SUITE_P(Dialogue, WrittenDown,
                          ::testing::Values("menu", "options", "missing", "steps", "answers", "end",
                                            "outcome", "streams", "prompts", "commands", "trees",
-                                           "harm", "owners"),
+                                           "harm", "results", "owners"),
                          [](const auto &chosen) { return std::string(chosen.param); });
 
 // --- Dialogues that need more than text ---------------------------------------------------------

@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <tuple>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -82,7 +84,7 @@ TEST_F(FileTest, ACopyHasEveryByte)
 {
     unsigned long bytes = 0;
     unsigned long expected = 0;
-    for (const size_t size : {131073U, 0U, 1U, 8191U, 8192U, 8193U, 16385U}) {
+    for (const size_t size : {2097153U, 131073U, 0U, 1U, 8191U, 8192U, 8193U, 16385U}) {
         std::string content;
         for (size_t at = 0; at < size; at++)
             content += static_cast<char>(at * 7 % 251);
@@ -94,6 +96,24 @@ TEST_F(FileTest, ACopyHasEveryByte)
     }
     EXPECT_EQ(file_copy("absent", "to", 0, &bytes), -1);
     EXPECT_EQ(read_all("to").size(), 16385U);
+}
+
+TEST_F(FileTest, WhatWasWrittenInPartCountsItsWholeBlocks)
+{
+    ::signal(SIGXFSZ, SIG_IGN);
+    for (const auto &[size, room] : {std::pair(200'000, 100'000), {3'000'000, 2'000'000}}) {
+        write_text("from", std::string(static_cast<size_t>(size), 'x'));
+        const rlimit limit = {.rlim_cur = static_cast<rlim_t>(room), .rlim_max = RLIM_INFINITY};
+        const rlimit none = {.rlim_cur = RLIM_INFINITY, .rlim_max = RLIM_INFINITY};
+        unsigned long bytes = 0;
+        ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+        const int copied = file_copy("from", "to", 1, &bytes);
+        ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &none), 0);
+        EXPECT_EQ(copied, 0);
+        EXPECT_EQ(bytes, static_cast<unsigned long>(room / 8192 * 8192));
+        EXPECT_EQ(read_all("to").size(), static_cast<size_t>(room));
+        EXPECT_EQ(new_errors(), "Error writing to 'to', File too large");
+    }
 }
 
 TEST_F(FileTest, AFailedCopyIsToldWithItsReason)

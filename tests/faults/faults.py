@@ -28,6 +28,7 @@ ERRORS = {
     "close": ["EIO", "ENOSPC", "EINTR"],
     "mkdir": ["ENOSPC", "EACCES", "EIO"],
     "rename": ["ENOSPC", "EACCES", "EIO"],
+    "unlink": ["EACCES", "EIO"],
     "unlinkat": ["EACCES", "EIO"],
     "ftruncate": ["EACCES", "EIO"],
     "fchmod": ["EACCES", "EIO"],

@@ -157,6 +157,18 @@ def sources_vanish(place):
             assert not emptied, f"{command}: {emptied} emptied"
 
 
+def source_shrinks(place):
+    for _ in range(1 + ROUNDS // 5):
+        folder = product(place / "product", "CopyFile big - ./out")
+        (folder / "out").mkdir()
+        (folder / "big").write_bytes(b"x" * 16_000_000)
+        run = start(folder)
+        time.sleep(random.uniform(0, 0.02))
+        os.truncate(folder / "big", 300_000)
+        finish(run)
+        assert (folder / "out/big").stat().st_size >= 300_000
+
+
 def readers_leave(place):
     folder = product(place / "screen", "CopyDir web - ./out\n" + "MkDir out/last\n" * 3)
     (folder / "out").mkdir()
@@ -182,7 +194,7 @@ def readers_leave(place):
         assert leaves or told.count(b"Processing [") == 2001, "the log lost lines"
 
 
-CASES = [attacked, entries_come_and_go, sources_vanish, readers_leave]
+CASES = [attacked, entries_come_and_go, sources_vanish, source_shrinks, readers_leave]
 
 bad = 0
 for case in CASES:
