@@ -161,15 +161,18 @@ TEST_F(Settings, ReferencesWithoutEndAreGivenUpOrCutAndToldApart)
                                       : "");
     };
     const std::string most(996, '-');
-    expect_rows({"<$(2)>=><end>,",
-                 "<$(1)>=><$(101)>,given up after 100 replacements, left as '<$(101)>'",
-                 "$(self)=>$(self),given up after 100 replacements, left as '$(self)'",
-                 "$(there)=>$(there),given up after 100 replacements, left as '$(there)'",
-                 "$(x)=>$(x),given up after 100 replacements, left as '$(x)'",
-                 "a$(x)=>" + std::string(999, 'a') + ",cut at 999 characters",
-                 most + "$(101)=>" + most + "end,",
-                 most + "-$(101)=>" + most + "-en,cut at 999 characters"},
-                processed);
+    expect_rows(
+        {
+            "<$(2)>=><end>,",
+            "<$(1)>=><$(101)>,given up after 100 replacements, left as '<$(101)>'",
+            "$(self)=>$(self),given up after 100 replacements, left as '$(self)'",
+            "$(there)=>$(there),given up after 100 replacements, left as '$(there)'",
+            "$(x)=>$(x),given up after 100 replacements, left as '$(x)'",
+            "a$(x)=>" + std::string(999, 'a') + ",cut at 999 characters",
+            most + "$(101)=>" + most + "end,",
+            most + "-$(101)=>" + most + "-en,cut at 999 characters",
+        },
+        processed);
 }
 
 } // namespace

@@ -1,12 +1,15 @@
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <regex>
+#include <sstream>
 
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "init.h"
+#include "rows.h"
 #include "support.h"
 
 namespace {
@@ -30,27 +33,49 @@ std::string run(const std::string &text, const Store &store)
     return testing::internal::GetCapturedStdout();
 }
 
+// Lines with the items that they become, as "kind a b control compare", and what is said of them.
 TEST_F(InitTest, LinesBecomeItems)
 {
-    // What a short line sets stays for the line that completes the item. A line over 999
-    // characters goes on as the next one.
-    const Script script = load(
-        "Exist a b c d\nCopy a b - -\nHTTP_User a b - -\nHTTP_Group a b - -\nHTTP_Root a b - -\n"
-        "HTTP_Scripts a b - -\nTimeDate a b - -\nWFile a b - -\nRFile a b - -\n#Exist a b - -\n"
-        "\n \t \n\tExist\ta  b - - # note\r\nCopy x y z\nExist p q - -\nExist p f - -\n"
-        "Copy\nSpoon a b - -\ncopy a b - -\nExist " +
-        std::string(990, 'p') + " b c\nCopy a b - -\nRFile a b -\n");
-    std::string items;
+    const auto items_of = [&](const Fields &row) {
+        const Script script = load(row[0]);
+        std::string items;
+        for (pIItem item = init_get_num(script.get(), 0); item; item = init_get(script.get())) {
+            items += (items.empty() ? "" : "; ") + std::to_string(item->mode);
+            for (const char *field : {item->a, item->b, item->control, item->compare})
+                items += field ? " " + std::string(field) : " -";
+        }
+        const std::string errors = new_errors();
+        return items + (errors.empty() ? "" : "! ") + errors;
+    };
+    const std::string p(990, 'p');
+    expect_rows(
+        {
+            "Exist a b c d=>1 a b c d",
+            "Copy a b - -=>2 a b - -",
+            "HTTP_User a b - -=>20 a b - -",
+            "HTTP_Group a b - -=>24 a b - -",
+            "HTTP_Root a b - -=>272 a b - -",
+            "HTTP_Scripts a b - -=>528 a b - -",
+            "TimeDate a b - -=>1024 a b - -",
+            "WFile a b - -=>2048 a b - -",
+            "RFile a b - -=>4096 a b - -",
+            "#Exist a b - -=>",
+            "\n \t \n=>",
+            "\tExist\ta  b - - # note\r=>1 a b - -",
+            "Spoon a b - -=>0 a b - -! Unknown init command 'Spoon'",
+            "copy a b - -=>0 a b - -! Unknown init command 'copy'",
+            // What a short line sets stays for the line that completes the item.
+            "Copy x y z\nExist p q - -\nExist p f - -=>1 p q z -; 1 p f - -",
+            "Copy\nSpoon a b - -=>2 a b - -! Unknown init command 'Spoon'",
+            "RFile a b -=>",
+            // A line over 999 characters goes on as the next one.
+            "Exist " + p + " b c\nCopy a b - -=>2 a b - -! Unknown init command 'c'",
+        },
+        items_of);
+    const Script script = load("Copy a b - -\nCopy c d - -\n");
     for (const auto move : {init_start, init_next, init_prev})
         move(script.get());
-    EXPECT_STREQ(init_get(script.get())->compare, "d");
-    for (pIItem item = init_get_num(script.get(), 0); item; item = init_get(script.get()))
-        items += std::to_string(item->mode) + item->a + item->b +
-                 (item->control ? item->control : "") + (item->compare ? item->compare : "") + "|";
-    EXPECT_EQ(items, "1abcd|2ab|20ab|24ab|272ab|528ab|1024ab|2048ab|4096ab|1ab|1pqz|1pf|2ab|0ab|"
-                     "2ab|");
-    EXPECT_EQ(new_errors(), "Unknown init command 'Spoon'|Unknown init command 'copy'|"
-                            "Unknown init command 'c'");
+    EXPECT_STREQ(init_get(script.get())->a, "a");
     EXPECT_EQ(init_load(script.get(), "no.int"), 0);
     EXPECT_STREQ(init_error(), "Failed to read 'no.int', No such file or directory");
 }
@@ -86,35 +111,65 @@ TEST_F(InitTest, WebServerFactsAreFoundOnceAndKept)
     // A fixed absolute place gets a mount that only this process sees.
     if (!have_own_mounts() || ::mount("none", "/opt", "tmpfs", 0, nullptr) != 0)
         GTEST_SKIP() << "no mount namespace of its own: " << std::strerror(errno);
-    const std::string user = "HTTP_User u f - -\n";
-    const std::string all = user + "HTTP_Group g f - -\nHTTP_Root r f - -\nHTTP_Scripts s f - -\n";
-    const std::string none = "(null)|(null)|";
+    const std::string good = "User nobody\nGroup nogroup\nDocumentRoot /pages\n"
+                             "ScriptAlias /cgi-bin/ /programs\n";
     const struct {
-        std::string conf, script, outcome; // what is printed, then the settings
+        std::string conf, asked, outcome; // what is printed, and each fact asked for
     } rows[] = {
-        {"", user, "ERROR: Cannot find httpd.conf file\n" + none + none + "true"},
-        {"# User root\nUser nobody\nGroup nogroup\n\tDocumentRoot  \"/var/html\"\n"
-         "ScriptAlias /cgi-bin/ \"/var/cgi/\"\nUser not_read_any_more\n",
-         all, "nobody|nogroup|/var/html|/var/cgi/|(null)"},
-        {"USER root\nuser nobody x\nUser\nGroup\ngroup nogroup\ndocumentroot /first\n<V *>\n"
-         "DocumentRoot \"/a b\"\nDocumentRoot\n</V>\nScriptAlias /scripts/ /x\n"
-         "ScriptAlias /CGI-BIN/ /y\nScriptAlias /cgi-bin/\nscriptalias /my/cgi-bin /z\n",
-         all, "nobody|nogroup|/|/z|(null)"},
-        {"User nobody\nGroup nogroup\nDocumentRoot \"\n", all,
-         "ERROR: Could not find, ScriptAlias\nnobody|nogroup||(null)|true"},
-        {"DocumentRoot /v\nUser #48\nDocumentRoot /w\n", user + "HTTP_Root r - - -\n",
-         "ERROR: User '#48' has bad uid '-1'\n" + none + "/v|(null)|true"},
-        {"User nobody\nGroup nosuch\n", "HTTP_Root r f - -\n" + user,
-         "ERROR: Group 'nosuch' has bad uid '-1'\nnobody|(null)|" + none + "true"}};
+        {"", "User", "ERROR: Cannot find httpd.conf file\n-, failed"},
+        // Each fact for itself, as many as there are.
+        {good, "User", "nobody"},
+        {good, "Group", "nogroup"},
+        {good, "Root", "/pages"},
+        {good, "Scripts", "/programs"},
+        {good, "User Group Root Scripts", "nobody nogroup /pages /programs"},
+        {"User nobody\n", "User", "nobody"},
+        {"Group nogroup\n", "Group", "nogroup"},
+        {"DocumentRoot /pages\n", "Root", "/pages"},
+        {"ScriptAlias /cgi-bin/ /programs\n", "Scripts", "/programs"},
+        // A request that fails lists all that is missing, asked for or not.
+        {"# nothing\n", "User",
+         "ERROR: Could not find, Group, User, DocumentRoot, ScriptAlias\n-, failed"},
+        {"User nobody\n", "User Root",
+         "ERROR: Could not find, Group, DocumentRoot, ScriptAlias\nnobody -, failed"},
+        {"Group nogroup\nDocumentRoot /pages\n", "Scripts",
+         "ERROR: Could not find, User, ScriptAlias\n-, failed"},
+        // A quote at the beginning takes the last character with it, whatever that is.
+        {"\tDocumentRoot  \"/my/pages\"\n", "Root", "/my/pages"},
+        {"DocumentRoot \"/my pages\"\n", "Root", "/m"},
+        {"DocumentRoot /my\"pages\"\n", "Root", "/my\"pages\""},
+        {"ScriptAlias /cgi-bin/ \"/cgi/\"\n", "Scripts", "/cgi/"},
+        {"ScriptAlias /cgi-bin/ \"\n", "Scripts", ""},
+        // The last of several counts, unless all is known; case does, too, in the alias alone.
+        {good + "User root\n", "User", "nobody"},
+        {"DocumentRoot /first\n<V *>\ndocumentroot /second\nDocumentRoot\n", "Root", "/second"},
+        {"ScriptAlias /my/cgi-bin /a\nScriptAlias /CGI-BIN/ /b\nScriptAlias /cgi-bin/\n", "Scripts",
+         "/a"},
+        {"user nobody x\nUser\n# User root\n", "User", "nobody"},
+        // Who is not known ends the search.
+        {"DocumentRoot /pages\nUser #48\nDocumentRoot /other\n", "User Root",
+         "ERROR: User '#48' has bad uid '-1'\n- /pages, failed"},
+        {"Group nosuch\n", "Group", "ERROR: Group 'nosuch' has bad uid '-1'\n-, failed"}};
     // What is found holds for the whole process, so each row has one of its own.
     const auto check = [&](const auto &row) {
         if (!row.conf.empty())
             write_text(place, row.conf);
-        const int rounds = row.outcome.starts_with("ERROR") ? 1 : 2;
-        for (int round = 0; round < rounds; round++) {
+        std::istringstream asked(row.asked);
+        std::string script, outcome;
+        const std::vector<std::string> facts(std::istream_iterator<std::string>(asked), {});
+        for (const std::string &fact : facts)
+            script += "HTTP_" + fact + " " + fact + " failed - -\n";
+        const bool fails = row.outcome.starts_with("ERROR");
+        // What was found is known without the file.
+        for (int round = 0; round < (fails ? 1 : 2); round++) {
             const Store store = store_of({});
-            const std::string printed = run(row.script, store);
-            EXPECT_EQ(printed + values_of(store, "u g r s f"), row.outcome);
+            outcome = run(script, store);
+            for (const std::string &fact : facts) {
+                const char *value = ini_value_name(store.get(), fact.c_str());
+                outcome += (fact == facts[0] ? "" : " ") + std::string(value ? value : "-");
+            }
+            outcome += ini_value_name(store.get(), "failed") ? ", failed" : "";
+            EXPECT_EQ(outcome, row.outcome) << row.conf << row.asked;
             ::unlink(place);
         }
         ::_exit(HasFailure());

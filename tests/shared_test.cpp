@@ -44,6 +44,17 @@ TEST_F(DataFile, LinesBecomeSettings)
         [](const Fields &row) { return lines_of(load(row[0])); });
 }
 
+// The table grows behind 10 and 15 rows; its end must be there when it is just full.
+TEST_F(DataFile, AsManyLinesAsFitAreAllThereIs)
+{
+    std::string text, expected;
+    for (int line = 0; line < 17; line++) {
+        EXPECT_EQ(lines_of(load(text)), expected) << line;
+        text += "n" + std::to_string(line) + " v\n";
+        expected += "n" + std::to_string(line) + "=v,";
+    }
+}
+
 TEST_F(DataFile, BuiltInSettingsComeFirstAndStay)
 {
     char host[line_size];
