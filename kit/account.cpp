@@ -39,21 +39,14 @@ bool are_logged_lines(const RunRecord &record, const Lines &lines)
            std::equal(record.script.begin(), record.script.end(), lines.begin(), is_logged_line);
 }
 
-bool same_words(const std::string &text, const std::string &other)
+// The command as it was done.
+std::string filled_line(const ScriptLine &line, const Deed &deed)
 {
-    const auto words = [](std::string line) {
-        std::vector<std::string> fields;
-        char *rest = line.data();
-        while (const char *field = next_field(&rest))
-            fields.emplace_back(field);
-        return fields;
-    };
-    return words(text) == words(other);
-}
-
-bool is_word(const std::string &text, const char *word)
-{
-    return s_stricmp(text.substr(0, text.find_first_of(" \t")).c_str(), word) == 0;
+    std::string filled = line.text.substr(0, line.text.find_first_of(" \t"));
+    for (const std::string &field : {deed.source, line.not_, deed.dest})
+        if (!field.empty())
+            filled += " " + field;
+    return filled;
 }
 
 // --- What the questions and the probes say -----------------------------------------------------
@@ -234,7 +227,7 @@ void Judge::tell_script()
 std::vector<std::string> reasons_of(const ScriptLine &line, const Deed &deed)
 {
     std::vector<std::string> reasons = line.errors;
-    if (deed.has_failed && is_word(line.text, "Error"))
+    if (deed.has_failed && line.type == Error)
         reasons.push_back(line.dest);
     reasons.insert(reasons.end(), deed.hints.begin(), deed.hints.end());
     reasons.insert(reasons.end(), deed.errors.begin(), deed.errors.end());
@@ -248,13 +241,14 @@ void Judge::tell_deeds()
     for (const Deed &deed : record.deeds) {
         const ScriptLine &line = record.script[deed.line];
         // Looking whether something is there has an answer even when it cannot be looked at.
-        const bool is_partly_done = !deed.errors.empty() && !is_word(line.text, "Exist");
+        const bool is_partly_done = !deed.errors.empty() && line.type != Exist;
         if (!deed.has_failed && !is_partly_done)
             continue;
+        const bool has_references = line.text.find("$(") != std::string::npos;
         add({.place = place_in_script(deed.line),
              .what = deed.has_failed ? "failed" : "failed in part",
              .text = line.text,
-             .filled = same_words(line.text, deed.filled) ? "" : deed.filled,
+             .filled = has_references ? filled_line(line, deed) : "",
              .reasons = reasons_of(line, deed)});
     }
 }

@@ -49,6 +49,14 @@ bool read_stored(View text, Event &event)
            cut_out(text, "Ini value for '", "' not added, value was empty", event.name);
 }
 
+// The log tells the type by its number.
+void take_type(View text, CType &type)
+{
+    std::string number;
+    if (cut_out(text, "Copy line 'type' is [", "]", number))
+        type = static_cast<CType>(s_atoi(number.c_str()));
+}
+
 constexpr View script_line_begin = "Process .cpy file line [";
 constexpr View script_begin = "Processing copy script...";
 
@@ -163,8 +171,9 @@ void RunRecord::take_script_line(const LogLine &line)
     } else if (!cut_out(text, "Copy line 'not' is [", "]", last.not_) &&
                !cut_out(text, "Copy line 'control' is [", "]", last.control) &&
                !cut_out(text, "Copy line 'control_cmp' is [", "]", last.control_cmp) &&
-               !cut_out(text, "Copy line 'destination' is [", "]", last.dest)) {
-        cut_out(text, "Copy list error string is '", "'", last.dest);
+               !cut_out(text, "Copy line 'destination' is [", "]", last.dest) &&
+               !cut_out(text, "Copy list error string is '", "'", last.dest)) {
+        take_type(text, last.type);
     }
 }
 
@@ -184,12 +193,8 @@ void RunRecord::begin_command(View fields)
     const size_t arrow = std::min(fields.find("->"), fields.size());
     Deed deed = {};
     deed.line = at;
-    deed.filled = line.text.substr(0, line.text.find_first_of(" \t"));
-    deed.filled.append(" ").append(fields.substr(0, arrow));
-    if (!line.not_.empty())
-        deed.filled += " " + line.not_;
-    if (arrow + 2 < fields.size())
-        deed.filled.append(" ").append(fields.substr(arrow + 2));
+    deed.source = fields.substr(0, arrow);
+    deed.dest = fields.substr(std::min(arrow + 2, fields.size()));
     deeds.push_back(std::move(deed));
 }
 

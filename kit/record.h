@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "copy.h"
 #include "logfile.h"
 
 // How far a run came.
@@ -42,6 +43,7 @@ struct ScriptLine {
     std::string control;
     std::string control_cmp;
     std::string dest; // for Error: the message
+    CType type;       // 0: its word is not known
     std::vector<std::string> errors;
     bool is_dropped;
 };
@@ -49,7 +51,8 @@ struct ScriptLine {
 // A command that was begun.
 struct Deed {
     size_t line;        // its place in the script
-    std::string filled; // its fields, with the references filled in
+    std::string source; // its two fields that may hold references, filled in
+    std::string dest;
     std::vector<std::string> errors;
     std::vector<std::string> hints; // what else the log says about a failure
     bool is_skipped;                // by its controlling setting

@@ -16,6 +16,7 @@
 #include "kit.h"
 #include "lib.h"
 #include "product.h"
+#include "remains.h"
 
 std::string product_of(const char *program)
 {
@@ -214,6 +215,7 @@ Finished run_program(char *const *arguments)
         finished.problem = "'" + log + "' cannot be read: " + std::strerror(errno);
     else
         finished.problem = log_problem(log, watch, finished.record);
+    note_remains(finished.record);
     return finished;
 }
 
