@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "kit.h"
 #include "lib.h"
@@ -224,15 +225,26 @@ void Judge::tell_script()
     }
 }
 
+// A command that is tried as a copy when it fails has no destination directories then; that is not
+// why it failed.
+bool is_afterthought(const ScriptLine &line, const std::string &error)
+{
+    return (line.type == MkDir || line.type == CpyIni || line.type == Rename) &&
+           error.starts_with("No destination directories found");
+}
+
 std::vector<std::string> reasons_of(const ScriptLine &line, const Deed &deed)
 {
     std::vector<std::string> reasons = line.errors;
     if (deed.has_failed && line.type == Error)
-        reasons.push_back(line.dest);
+        reasons.push_back(deed.dest);
     reasons.insert(reasons.end(), deed.hints.begin(), deed.hints.end());
-    reasons.insert(reasons.end(), deed.errors.begin(), deed.errors.end());
+    std::copy_if(deed.errors.begin(), deed.errors.end(), std::back_inserter(reasons),
+                 [&](const std::string &error) { return !is_afterthought(line, error); });
+    reasons.erase(std::unique(reasons.begin(), reasons.end()), reasons.end());
     if (reasons.empty())
-        reasons.push_back("Nothing was done, and the log does not say why");
+        reasons.push_back(line.type & Rm ? "Nothing was removed: it was not there, or could not go"
+                                         : "Nothing was done, and the log does not say why");
     return reasons;
 }
 
@@ -244,7 +256,7 @@ void Judge::tell_deeds()
         const bool is_partly_done = !deed.errors.empty() && line.type != Exist;
         if (!deed.has_failed && !is_partly_done)
             continue;
-        const bool has_references = line.text.find("$(") != std::string::npos;
+        const bool has_references = line.type != Error && line.text.find("$(") != std::string::npos;
         add({.place = place_in_script(deed.line),
              .what = deed.has_failed ? "failed" : "failed in part",
              .text = line.text,

@@ -68,7 +68,7 @@ class Filler {
     void take_answer(const Step &answer, size_t number);
     bool check_answer(const Step &answer);
     void check_repeats(const Step &answer, size_t number);
-    bool change_rows();
+    bool change_row();
     void check_rows();
     bool is_editable(const Line *line) const;
     void write(const std::string &data_file);
@@ -160,21 +160,27 @@ void Filler::take_answer(const Step &answer, size_t number)
     row.is_wanted_truth = answer.line->question->type == QYN;
 }
 
-// Writes the value into the rows that come to something else; true when there were any. A row that
-// refers to a changed one may be next.
-bool Filler::change_rows()
+// Writes the value into a row that comes to something else, first of all into those that refer to
+// no other: what refers to them may be right then. False when there was none.
+bool Filler::change_row()
 {
     const Store store = store_before_probes(run.record, settings_of(rows));
-    bool any = false;
+    Row *next = nullptr;
     for (Row &row : rows) {
         if (row.is_changed || find_row(rows, row.name) != &row ||
             comes_to(row, ini_value_name(store.get(), row.name.c_str())))
             continue;
-        row.value = row.wanted;
-        row.is_changed = true;
-        any = true;
+        const bool refers = row.value.find("$(") != std::string::npos;
+        if (!next || !refers)
+            next = &row;
+        if (!refers)
+            break;
     }
-    return any;
+    if (!next)
+        return false;
+    next->value = next->wanted;
+    next->is_changed = true;
+    return true;
 }
 
 bool Filler::is_editable(const Line *line) const
@@ -267,7 +273,7 @@ AnsweredData Filler::fill_in(const std::string &data_file)
         if (const auto found = last.find(way.steps[number].setting);
             found != last.end() && found->second == number)
             take_answer(way.steps[number], number);
-    while (change_rows())
+    while (change_row())
         continue;
     check_rows();
     write(data_file);
