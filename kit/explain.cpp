@@ -1,9 +1,14 @@
 #include "explain.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <vector>
+
+#include <unistd.h>
 
 #include "account.h"
+#include "file.h"
 #include "kit.h"
 #include "lib.h"
 
@@ -20,6 +25,25 @@ std::string folder_of(const std::string &path)
 {
     const size_t length = static_cast<size_t>(last_component(path.c_str()) - path.c_str());
     return length == 0 ? "." : path.substr(0, length);
+}
+
+// The log of the only product here that has one; "", with the reason in `problem`.
+std::string only_log(std::string &problem)
+{
+    std::vector<std::string> logs;
+    for (Scan scan(".", "*.log"); scan.entry(); scan.next())
+        if (::access((product_of_log(scan.entry()->name) + ".dat").c_str(), F_OK) == 0)
+            logs.push_back(scan.entry()->name);
+    if (logs.size() == 1)
+        return logs[0];
+    problem = "this directory holds no log of a product";
+    if (logs.size() > 1) {
+        std::sort(logs.begin(), logs.end());
+        problem = "this directory holds several logs, name one:";
+        for (const std::string &each : logs)
+            problem += " " + each;
+    }
+    return "";
 }
 
 bool read_record(const std::string &log, RunRecord &record, std::string &problem)
@@ -45,16 +69,10 @@ bool read_record(const std::string &log, RunRecord &record, std::string &problem
 
 bool read_last_run(const char *log, LastRun &run, std::string &problem)
 {
-    if (log)
-        run.log = log;
-    else if (load_product(".", "", run.product, problem))
-        run.log = run.product.name + ".log";
-    else
-        return false;
-    if (!read_record(run.log, run.record, problem))
+    run.log = log ? log : only_log(problem);
+    if (run.log.empty() || !read_record(run.log, run.record, problem))
         return false;
     std::string unused;
-    run.product = {};
     run.has_product =
         load_product(folder_of(run.log), product_of_log(run.record.log), run.product, unused);
     return true;

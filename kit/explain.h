@@ -13,8 +13,9 @@ struct LastRun {
     Product product;
 };
 
-// Reads the last run that was begun in a log, the backups beside it included; null: in that of the
-// present directory's only product. False, with a sentence in `problem`, when there is none.
+// Reads the last run that was begun in a log, the backups beside it included; null: in the
+// only one of a product in the present directory. False, with a sentence in `problem`, when there
+// is none.
 bool read_last_run(const char *log, LastRun &run, std::string &problem);
 
 // The subcommand.
