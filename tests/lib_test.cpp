@@ -1,10 +1,16 @@
 #include "lib.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <csignal>
+#include <cstring>
 #include <random>
 
 #include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "rows.h"
 #include "support.h"
@@ -237,6 +243,34 @@ TEST_F(LibFiles, OpeningNeverWaitsAndClosingTellsWhatWasLost)
     EXPECT_TRUE(!create_text("fifo") && !append_text("fifo") && !LineReader("fifo").next());
     Stream full(create_text("/dev/full"));
     EXPECT_TRUE(std::fputs("lost", full.get()) >= 0 && !close_written(full) && errno == ENOSPC);
+}
+
+// --- The terminal ---------------------------------------------------------------------------
+
+TEST(LibTerminal, AnInterruptedReadGoesOn)
+{
+    struct sigaction interrupt {};
+    interrupt.sa_handler = [](int) {};
+    ASSERT_EQ(::sigaction(SIGALRM, &interrupt, nullptr), 0);
+    std::array<int, 2> ends;
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    const pid_t typist = ::fork();
+    for (const char *text : {"ab", "c\n"})
+        if (typist == 0 && ::usleep(50'000) == 0 && ::write(ends[1], text, std::strlen(text)) < 0)
+            ::_exit(1);
+    if (typist == 0)
+        ::_exit(0);
+    const int before = ::dup(STDIN_FILENO);
+    ::dup2(ends[0], STDIN_FILENO);
+    const itimerval often = {.it_interval = {0, 5'000}, .it_value = {0, 5'000}};
+    ::setitimer(ITIMER_REAL, &often, nullptr);
+    char line[line_size] = "";
+    EXPECT_EQ(read_input(line, line_size), Input::line);
+    EXPECT_STREQ(line, "abc");
+    const itimerval never = {};
+    ::setitimer(ITIMER_REAL, &never, nullptr);
+    ::dup2(before, STDIN_FILENO);
+    EXPECT_EQ(::waitpid(typist, nullptr, 0), typist);
 }
 
 } // namespace
