@@ -498,33 +498,6 @@ void refuse_itself(const char *src)
     file_error("Error copying '%s' onto itself", src);
 }
 
-// Opens what exists already; it is looked at before it is emptied.
-int open_existing(const char *dst, const struct stat &source, bool *itself)
-{
-    Descriptor opened(open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT));
-    struct stat info {};
-    if (!opened.is_open() || ::fstat(opened.get(), &info) != 0)
-        return -1;
-    *itself = is_same_inode(info, source);
-    if (*itself || (S_ISREG(info.st_mode) && ::ftruncate(opened.get(), 0) != 0))
-        return -1;
-    return opened.release();
-}
-
-// Opens the destination empty; a failure is logged. A new file cannot be the source.
-int open_destination(const char *src, const struct stat &source, const char *dst)
-{
-    bool itself = false;
-    int opened = open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT | O_EXCL);
-    if (opened < 0 && errno == EEXIST)
-        opened = open_existing(dst, source, &itself);
-    if (itself)
-        refuse_itself(src);
-    else if (opened < 0)
-        file_error("Error opening '%s' for write", dst);
-    return opened;
-}
-
 // Writes it all and returns true, or says in *written how much of it went out.
 bool write_all(int to, const char *data, size_t size, size_t *written)
 {
@@ -566,14 +539,18 @@ struct Transfer {
     }
 };
 
-// Copies a large file, but for its end, from where the system keeps it, which spares moving it into
-// a buffer first. Only the system looks into what is mapped: where the file has become shorter or
-// cannot be read, that fails the call and not the run, and reading goes on there and tells why.
-bool copy_windows(const Transfer &copy, off_t size)
+// Copies the rest of a large file, but for its end, from where the system keeps it, which spares
+// moving it into a buffer first. Only the system looks into what is mapped: where the file has
+// become shorter or cannot be read, that fails the call and not the run, and reading goes on there
+// and tells why.
+bool copy_windows(const Transfer &copy, off_t offset)
 {
     constexpr size_t window_size = 32 * block_size;
-    off_t offset = 0;
-    for (bool mapped = true; mapped && offset + static_cast<off_t>(window_size) <= size;) {
+    constexpr off_t large = 4 * window_size;
+    struct stat info {};
+    if (::fstat(copy.from, &info) != 0 || info.st_size < large)
+        return true;
+    for (bool mapped = true; mapped && offset + static_cast<off_t>(window_size) <= info.st_size;) {
         void *window = ::mmap(nullptr, window_size, PROT_READ, MAP_SHARED, copy.from, offset);
         if (window == MAP_FAILED)
             break;
@@ -593,7 +570,7 @@ bool copy_windows(const Transfer &copy, off_t size)
 bool copy_blocks(const Transfer &copy)
 {
     std::array<char, block_size * blocks_at_once> buffer;
-    while (true) {
+    for (bool first = true;; first = false) {
         const ssize_t got =
             uninterrupted([&] { return ::read(copy.from, buffer.data(), buffer.size()); });
         if (got < 0)
@@ -605,6 +582,8 @@ bool copy_blocks(const Transfer &copy)
         copy.count(written, complete);
         if (!complete)
             return copy.writing_failed();
+        if (first && written == buffer.size() && !copy_windows(copy, got))
+            return false;
     }
 }
 
@@ -617,31 +596,6 @@ void refuse_unreadable(const char *src, mode_t mode)
         file_error("Error reading from '%s'", src);
     else
         file_error("Error opening '%s' for read, it is a FIFO, a socket or a device", src);
-}
-
-// A source that opened, or that just may after all when the destination is there.
-bool copy_content(const Source &src, Descriptor &opened, const struct stat &info, const char *dst,
-                  unsigned long *bytes)
-{
-    Descriptor to(open_destination(src.path, info, dst));
-    if (!to.is_open())
-        return false;
-    // A link may lead to what was just made.
-    const Descriptor from(opened.is_open() ? opened.release() : open_source(src));
-    if (!from.is_open()) {
-        file_error("Error opening '%s' for read", src.path);
-        return false;
-    }
-    constexpr off_t large = 1 << 20;
-    const Transfer copy = {
-        .from = from.get(), .to = to.get(), .src = src.path, .dst = dst, .bytes = bytes};
-    if ((info.st_size >= large && !copy_windows(copy, info.st_size)) || !copy_blocks(copy))
-        return false;
-    if (!to.close()) {
-        file_error("Error writing to '%s'", dst);
-        return false;
-    }
-    return true;
 }
 
 // What was opened may be something else by now than when its kind was told. What was not opened may
@@ -661,6 +615,62 @@ bool examine_source(const Source &src, const Descriptor &from, struct stat &info
     return S_ISREG(info.st_mode);
 }
 
+// Opens what exists already. It is looked at before it is emptied, and so is the source.
+int open_existing(const Source &src, const Descriptor &from, const char *dst)
+{
+    struct stat source {};
+    struct stat info {};
+    if (!examine_source(src, from, source))
+        return -1;
+    Descriptor to(open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT));
+    const bool opened = to.is_open() && ::fstat(to.get(), &info) == 0;
+    if (opened && is_same_inode(info, source)) {
+        refuse_itself(src.path);
+        return -1;
+    }
+    if (!opened || (S_ISREG(info.st_mode) && ::ftruncate(to.get(), 0) != 0)) {
+        file_error("Error opening '%s' for write", dst);
+        return -1;
+    }
+    return to.release();
+}
+
+// Opens the destination empty; a failure is logged. A new file cannot be the source, and has
+// nothing to lose.
+int open_destination(const Source &src, const Descriptor &from, const char *dst)
+{
+    const int created = open_file(AT_FDCWD, dst, O_WRONLY | O_CREAT | O_EXCL);
+    if (created >= 0)
+        return created;
+    if (errno == EEXIST)
+        return open_existing(src, from, dst);
+    file_error("Error opening '%s' for write", dst);
+    return -1;
+}
+
+// A source that opened, or that just may after all when the destination is there.
+bool copy_content(const Source &src, Descriptor &opened, const char *dst, unsigned long *bytes)
+{
+    Descriptor to(open_destination(src, opened, dst));
+    if (!to.is_open())
+        return false;
+    // A link may lead to what was just made.
+    const Descriptor from(opened.is_open() ? opened.release() : open_source(src));
+    if (!from.is_open()) {
+        file_error("Error opening '%s' for read", src.path);
+        return false;
+    }
+    const Transfer copy = {
+        .from = from.get(), .to = to.get(), .src = src.path, .dst = dst, .bytes = bytes};
+    if (!copy_blocks(copy))
+        return false;
+    if (!to.close()) {
+        file_error("Error writing to '%s'", dst);
+        return false;
+    }
+    return true;
+}
+
 constexpr int passed_over = -1;
 
 int try_copy(const Source &src, const char *dst, unsigned long *bytes)
@@ -675,10 +685,7 @@ int try_copy(const Source &src, const char *dst, unsigned long *bytes)
     Descriptor from(open_source(src));
     if (!from.is_open() && src.is_gone())
         return passed_over;
-    struct stat info {};
-    if (!examine_source(src, from, info))
-        return 0;
-    return copy_content(src, from, info, dst, bytes);
+    return copy_content(src, from, dst, bytes);
 }
 
 int copy_file(const Source &src, const char *dst, unsigned long *bytes)

@@ -178,6 +178,14 @@ def few_descriptors(place):
     output = run(place, descriptors=64)
     # 41 directories and a file: made, changed, removed.
     assert f"Success {3 * 42} files done." in output and "Error" not in output, output
+    # Too few for the depth: said, and nothing is lost.
+    (deep / "leaf").write_text("new")
+    kept = place / "out/src" / deep.relative_to(place / "src")
+    kept.mkdir(parents=True)
+    (kept / "leaf").write_text("old")
+    product(place, f"CopyDir {place}/src - {place}/out\nChmod {place}/out/src - 700")
+    run(place, descriptors=20)
+    assert "Too many open files" in log(place) and (kept / "leaf").read_text() == "old"
 
 
 def odd_names(place):
