@@ -9,6 +9,7 @@
 #include "check.h"
 #include "explain.h"
 #include "lib.h"
+#include "rehearse.h"
 #include "run.h"
 
 namespace {
@@ -22,6 +23,9 @@ constexpr Subcommand subcommands[] = {
     {"run", "[--] PROGRAM [ARGUMENT ...]", "runs an installer and says what was not done", kit_run},
     {"explain", "[LOG]", "gives the account of the last run that a log holds", kit_explain},
     {"answers", "[LOG]", "prints the data file with the answers of that run", kit_answers},
+    {"rehearse",
+     "[--diff] [--json] [--scratch DIRECTORY] [--] PROGRAM [ARGUMENT ...] [-- PROGRAM ...]",
+     "runs it on a private view of this machine and lists what would differ", kit_rehearse},
     {"help", "[SUBCOMMAND]", "shows how a subcommand is called", run_help},
 };
 

@@ -1,0 +1,26 @@
+#include "directory.h"
+
+#include <cstring>
+
+#include <fcntl.h>
+
+void directory_free(DIR **stream)
+{
+    ::closedir(*stream);
+    *stream = nullptr;
+}
+
+Directory open_list(int parent, const char *path)
+{
+    const int opened =
+        ::openat(parent, path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    return Directory(opened < 0 ? nullptr : ::fdopendir(opened));
+}
+
+const dirent *next_entry(const Directory &directory)
+{
+    const dirent *entry = directory ? ::readdir(directory.get()) : nullptr;
+    while (entry && (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0))
+        entry = ::readdir(directory.get());
+    return entry;
+}

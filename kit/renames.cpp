@@ -1,0 +1,346 @@
+#include "renames.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/ioctl.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+
+#include "channel.h"
+#include "directory.h"
+#include "mounts.h"
+
+// --- Catching renames ------------------------------------------------------------------------
+
+namespace {
+
+// The calls of one kind of programs that rename; -1: it has none such.
+struct Calls {
+    unsigned architecture;
+    int rename;
+    int renameat;
+    int renameat2;
+};
+
+#ifndef SYS_rename
+constexpr int SYS_rename = -1;
+#endif
+#ifndef SYS_renameat
+constexpr int SYS_renameat = -1;
+#endif
+
+constexpr Calls known_calls[] = {
+#if defined __x86_64__
+    {AUDIT_ARCH_X86_64, SYS_rename, SYS_renameat, SYS_renameat2},
+    {AUDIT_ARCH_I386, 38, 302, 353},
+#elif defined __i386__
+    {AUDIT_ARCH_I386, SYS_rename, SYS_renameat, SYS_renameat2},
+#elif defined __aarch64__
+    {AUDIT_ARCH_AARCH64, SYS_rename, SYS_renameat, SYS_renameat2},
+#endif
+};
+
+constexpr sock_filter statement(unsigned code, unsigned value)
+{
+    return {static_cast<__u16>(code), 0, 0, value};
+}
+
+constexpr sock_filter unless_equal(int value, unsigned char skip)
+{
+    return {BPF_JMP | BPF_JEQ | BPF_K, 0, skip, static_cast<unsigned>(value)};
+}
+
+// Lets every call pass but those that rename.
+std::vector<sock_filter> rename_filter()
+{
+    std::vector<sock_filter> filter;
+    const auto load = [](size_t offset) {
+        return statement(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(offset));
+    };
+    for (const Calls &calls : known_calls) {
+        filter.push_back(load(offsetof(seccomp_data, arch)));
+        filter.push_back(unless_equal(static_cast<int>(calls.architecture), 7));
+        filter.push_back(load(offsetof(seccomp_data, nr)));
+        for (const int call : {calls.rename, calls.renameat, calls.renameat2}) {
+            filter.push_back(unless_equal(call, 1));
+            filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
+        }
+    }
+    filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    return filter;
+}
+
+} // namespace
+
+bool RenameHelper::prepare()
+{
+    return make_channel(ends);
+}
+
+bool RenameHelper::begin()
+{
+    std::vector<sock_filter> filter = rename_filter();
+    const sock_fprog program = {.len = static_cast<unsigned short>(filter.size()),
+                                .filter = filter.data()};
+    Message message{.word = Word::ready};
+    message.descriptors.emplace_back(static_cast<int>(::syscall(
+        SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program)));
+    const bool done = message.descriptors[0].is_open() && send_message(ends[1], message);
+    ends[0].close();
+    ends[1].close();
+    return done;
+}
+
+void RenameHelper::take_over()
+{
+    ends[1].close();
+    Message message{.word = Word::ended};
+    if (receive_message(ends[0], message) && message.descriptors.size() == 1)
+        calls = std::move(message.descriptors[0]);
+    ends[0].close();
+}
+
+// --- Reading a call --------------------------------------------------------------------------
+
+// One rename, as the program asked for it.
+struct RenameCall {
+    struct Name {
+        Descriptor parent;
+        std::string leaf;
+    };
+    Name from;
+    Name to;
+    unsigned flags = 0;
+};
+
+namespace {
+
+// A text in the memory of another process; "" when it cannot be read.
+std::string read_text_of(pid_t process, std::uint64_t address)
+{
+    constexpr size_t step = 256; // never over the end of a page
+    std::string text;
+    while (text.size() < PATH_MAX) {
+        char piece[step];
+        const std::uint64_t from = address + text.size();
+        const size_t size = step - from % step;
+        iovec here = {piece, size};
+        iovec there = {reinterpret_cast<void *>(static_cast<std::uintptr_t>(from)), size};
+        const ssize_t got = ::process_vm_readv(process, &here, 1, &there, 1, 0);
+        if (got <= 0)
+            return "";
+        const size_t length = ::strnlen(piece, static_cast<size_t>(got));
+        text.append(piece, length);
+        if (length < static_cast<size_t>(got))
+            return text;
+    }
+    return "";
+}
+
+// Where there is no /proc of our own, processes have other numbers in it than among us.
+bool has_own_proc()
+{
+    char text[32] = "";
+    return ::readlink("/proc/self", text, sizeof text - 1) > 0 &&
+           std::to_string(::getpid()) == text;
+}
+
+// The directory that a program means by a descriptor.
+Descriptor directory_of(pid_t process, int descriptor)
+{
+    std::string path = "/proc/" + std::to_string(process);
+    if (descriptor == AT_FDCWD)
+        path = has_own_proc() ? path + "/cwd" : ".";
+    else
+        path += "/fd/" + std::to_string(descriptor);
+    return Descriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
+}
+
+RenameCall::Name read_name(pid_t process, int descriptor, std::uint64_t address)
+{
+    std::string path = read_text_of(process, address);
+    const bool is_whole = path.starts_with('/');
+    while (path.size() > 1 && path.ends_with('/'))
+        path.pop_back();
+    const size_t divider = path.rfind('/');
+    const std::string parent = divider == std::string::npos ? "."
+                               : divider == 0               ? "/"
+                                                            : path.substr(0, divider);
+    const std::string leaf = divider == std::string::npos ? path : path.substr(divider + 1);
+    const Descriptor start = is_whole ? Descriptor() : directory_of(process, descriptor);
+    return {.parent =
+                Descriptor(::openat(start.get(), parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
+            .leaf = leaf};
+}
+
+RenameCall read_call(const seccomp_notif &notice)
+{
+    const auto process = static_cast<pid_t>(notice.pid);
+    const auto &words = notice.data.args;
+    const auto number = [&](size_t at) { return static_cast<int>(words[at]); };
+    RenameCall call;
+    for (const Calls &calls : known_calls) {
+        if (calls.architecture != notice.data.arch)
+            continue;
+        if (notice.data.nr == calls.rename) {
+            call.from = read_name(process, AT_FDCWD, words[0]);
+            call.to = read_name(process, AT_FDCWD, words[1]);
+        } else {
+            call.from = read_name(process, number(0), words[1]);
+            call.to = read_name(process, number(2), words[3]);
+            call.flags = notice.data.nr == calls.renameat2 ? static_cast<unsigned>(words[4]) : 0;
+        }
+    }
+    return call;
+}
+
+// --- Moving ----------------------------------------------------------------------------------
+
+bool is_name(const std::string &leaf)
+{
+    return !leaf.empty() && leaf != "." && leaf != "..";
+}
+
+bool move(int from, const char *name, int to, const char *new_name);
+
+bool move_content(int from, const char *name, int to, const char *new_name, mode_t mode)
+{
+    const Descriptor source(::openat(from, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    const Descriptor target(::openat(to, new_name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!source.is_open() || !target.is_open())
+        return false;
+    constexpr size_t at_once = 1U << 20U;
+    ssize_t sent = 0;
+    while ((sent = ::sendfile(target.get(), source.get(), nullptr, at_once)) > 0)
+        continue;
+    return sent == 0 && ::fchmod(target.get(), mode) == 0;
+}
+
+// The old directory is left empty by moving each entry by itself.
+bool move_directory(int from, const char *name, int to, const char *new_name, mode_t mode)
+{
+    constexpr mode_t open_to_us = 0700;
+    if (::mkdirat(to, new_name, open_to_us) != 0)
+        return false;
+    const Descriptor target(::openat(to, new_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ::fchmodat(from, name, open_to_us, 0);
+    const Directory source = open_list(from, name);
+    std::vector<std::string> names;
+    while (const dirent *entry = next_entry(source))
+        names.emplace_back(entry->d_name);
+    for (const std::string &each : names)
+        if (!move(::dirfd(source.get()), each.c_str(), target.get(), each.c_str()))
+            return false;
+    return source && ::fchmod(target.get(), mode) == 0;
+}
+
+bool move_link(int from, const char *name, int to, const char *new_name)
+{
+    char target[PATH_MAX];
+    const ssize_t length = ::readlinkat(from, name, target, sizeof target - 1);
+    target[length < 0 ? 0 : length] = '\0';
+    return ::symlinkat(target, to, new_name) == 0;
+}
+
+// Makes the entry anew in the other place and removes the old one.
+bool move(int from, const char *name, int to, const char *new_name)
+{
+    struct stat info {};
+    if (::renameat(from, name, to, new_name) == 0)
+        return true;
+    if (errno != EXDEV || ::fstatat(from, name, &info, AT_SYMLINK_NOFOLLOW) != 0)
+        return false;
+    const mode_t mode = info.st_mode & 07777;
+    if (info.st_uid != ::geteuid()) {
+        errno = EOVERFLOW;
+        return false;
+    }
+    const bool made = S_ISDIR(info.st_mode)   ? move_directory(from, name, to, new_name, mode)
+                      : S_ISREG(info.st_mode) ? move_content(from, name, to, new_name, mode)
+                      : S_ISLNK(info.st_mode) ? move_link(from, name, to, new_name)
+                                              : ::mknodat(to, new_name, info.st_mode, 0) == 0;
+    const timespec times[] = {info.st_atim, info.st_mtim};
+    return made && ::utimensat(to, new_name, times, AT_SYMLINK_NOFOLLOW) == 0 &&
+           ::unlinkat(from, name, S_ISDIR(info.st_mode) ? AT_REMOVEDIR : 0) == 0;
+}
+
+std::uint64_t mount_of(const Descriptor &path)
+{
+    struct statx info {};
+    return ::statx(path.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &info) == 0 ? info.stx_mnt_id : 0;
+}
+
+// What is moved gets a name that nobody uses until it is complete: only then does it take the place
+// of what stands there, as in a rename.
+bool move_to_place(const RenameCall &call)
+{
+    const int to = call.to.parent.get();
+    const std::string aside = ".product-kit." + std::to_string(::getpid()) + ".moving";
+    struct stat target {};
+    if (::fstatat(to, call.to.leaf.c_str(), &target, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISDIR(target.st_mode) && ::unlinkat(to, call.to.leaf.c_str(), AT_REMOVEDIR) != 0)
+        return false;
+    return move(call.from.parent.get(), call.from.leaf.c_str(), to, aside.c_str()) &&
+           ::renameat(to, aside.c_str(), to, call.to.leaf.c_str()) == 0;
+}
+
+} // namespace
+
+// --- Answering -------------------------------------------------------------------------------
+
+RenameHelper::RenameHelper(const std::vector<Layer> &layers)
+{
+    struct stat info {};
+    for (const Layer &layer : layers)
+        if (::fstat(layer.lower.get(), &info) == 0)
+            origins[mount_of(layer.merged)] = info.st_dev;
+}
+
+// 0, or the reason why the machine would not rename.
+int RenameHelper::rename(const RenameCall &call)
+{
+    if (::syscall(SYS_renameat2, call.from.parent.get(), call.from.leaf.c_str(),
+                  call.to.parent.get(), call.to.leaf.c_str(), call.flags) == 0)
+        return 0;
+    const auto from = origins.find(mount_of(call.from.parent));
+    const auto to = origins.find(mount_of(call.to.parent));
+    if (errno != EXDEV || from == origins.end() || to == origins.end() ||
+        from->second != to->second)
+        return errno;
+    constexpr unsigned exchange = 2;
+    errno = EXDEV;
+    if (!(call.flags & exchange) && move_to_place(call))
+        return 0;
+    const int reason = errno;
+    if (reason != ENOTEMPTY)
+        failures.push_back(
+            "'" + call.from.leaf + "' could not be renamed to '" + call.to.leaf +
+            "' in this view, although it may be on the machine: " + std::strerror(reason));
+    return reason;
+}
+
+void RenameHelper::answer()
+{
+    seccomp_notif notice{};
+    if (::ioctl(calls.get(), SECCOMP_IOCTL_NOTIF_RECV, &notice) != 0)
+        return;
+    const RenameCall call = read_call(notice);
+    seccomp_notif_resp response{};
+    response.id = notice.id;
+    if (!call.from.parent.is_open() || !call.to.parent.is_open() || !is_name(call.from.leaf) ||
+        !is_name(call.to.leaf))
+        response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+    else
+        response.error = -rename(call);
+    ::ioctl(calls.get(), SECCOMP_IOCTL_NOTIF_SEND, &response);
+}

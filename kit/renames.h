@@ -1,0 +1,45 @@
+// Renaming in a user namespace. There an overlay does not rename a directory that the machine has
+// already, and what is one file system on the machine may be several overlays: the system then says
+// that the new name is on another file system. The helper answers the renames of the programs in
+// the view, and where the machine would have renamed it moves what is there.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "descriptor.h"
+#include "tree.h"
+
+struct RenameCall;
+
+class RenameHelper {
+  public:
+    explicit RenameHelper(const std::vector<Layer> &layers);
+
+    // Before a fork; false with errno set.
+    bool prepare();
+
+    // In the child: from now on its renames, and those of its children, wait for an answer. False
+    // with errno set.
+    bool begin();
+
+    // In the parent, after the fork; then `descriptor` is readable when a rename waits.
+    void take_over();
+    int descriptor() const { return calls.get(); }
+    void answer();
+
+    // What could not be done as on the machine, a sentence each; they are taken.
+    std::vector<std::string> take_failures() { return std::exchange(failures, {}); }
+
+  private:
+    int rename(const RenameCall &call);
+
+    std::map<std::uint64_t, dev_t> origins; // a mount of the view, and the device it covers
+    Descriptor ends[2];
+    Descriptor calls;
+    std::vector<std::string> failures;
+};

@@ -1,0 +1,230 @@
+"""Rehearsals beside real runs.
+
+    rehearse.py CASE PRODUCT-KIT INSTALLER EXAMPLES [ROUNDS]
+
+Each case works in a directory of its own, in a mount namespace where it may have one. "user" before
+its name has it done by an ordinary user. Exit status 77: this machine gives no private view.
+"""
+
+import os
+import pathlib
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+USER = 12345  # whom nobody knows here
+PYTHON = "/usr/bin/python3" if os.path.exists("/usr/bin/python3") else sys.executable
+directory = pathlib.Path(__file__).parent
+
+
+def run(place, *command):
+    return subprocess.run(command, cwd=place, stdin=subprocess.DEVNULL, capture_output=True,
+                          timeout=60, check=False)
+
+
+def compare(kit, place, top, programs, passed_over=()):
+    """Rehearses programs, runs them, and compares what was listed with what differs then."""
+    before, exactly = trees.snapshot(top), trees.snapshot(top, trees.times)
+    words = [word for program in programs for word in ["--", *program]]
+    rehearsal = run(place, kit, "rehearse", "--json", *words)
+    assert trees.snapshot(top, trees.times) == exactly, "the rehearsal has changed something"
+    for real in [run(place, *program).stdout for program in programs]:
+        assert real in rehearsal.stderr, f"{rehearsal.stderr} has no {real}"
+    told = trees.listed(rehearsal.stdout.decode())
+    expected = trees.differences(before, trees.snapshot(top))
+    wrong = {path: (told.get(path), expected.get(path)) for path in told.keys() | expected.keys()
+             if told.get(path) != expected.get(path) and path not in passed_over}
+    assert not wrong, f"rehearsed, real: {wrong}"
+    return len(expected), rehearsal.returncode
+
+
+def product(place, name):
+    shutil.copytree(examples / name, place)
+    shutil.copy(installer, place / "install")
+    return place
+
+
+def program(place, text):
+    """A program that only has to be run, in a directory of its own."""
+    place.mkdir()
+    (place / "work.dat").touch()
+    (place / "work").write_text(f"#!/bin/sh\n{text}\n")
+    (place / "work").chmod(0o755)
+    return place
+
+
+def random_trees(kit, scratch, rounds):
+    total = 0
+    for seed in range(rounds):
+        top = scratch / f"round{seed}" / "tree"
+        place = program(top.parent, f"exec {PYTHON} '{directory}/trees.py' '{top}' {seed} 40")
+        mounts = [top / "mounted", top / "mounted/below"]
+        for mount in [top] + (mounts if seed % 3 == 0 and os.getuid() == 0 else []):
+            mount.mkdir()
+            if mount != top:
+                subprocess.run(["mount", "-t", "tmpfs", "tmpfs", mount], check=True)
+        trees.Work(str(top), -seed - 1).do(60, lambda met: None)
+        os.chdir(scratch)
+        total += compare(kit, place, top, [["./work"]])[0]
+    assert total > rounds, total
+    print(f"{rounds} rounds, {total} differences, all as rehearsed")
+
+
+def flows(kit, scratch, _):
+    """Every flow of the sample and of the starter."""
+    task = ["./install", "-special", "archive", "-automate"]
+    install, remove = ["./install", "-automate"], ["./install", "-special", "remove", "-automate"]
+    steps = {"guestbook": [[install, remove], [install], [install], [task], [remove]],
+             "starter": [[install, remove], [install], [install], [remove]]}
+    for name, flow in steps.items():
+        place = product(scratch / name, name)
+        if name == "guestbook":
+            (place / "site/data").mkdir(parents=True)
+            (place / "site/data/entries.txt").write_text("an entry\n")
+        # Numbers of processes, and times, are not of one length in two runs.
+        log = str(place / "install.log")
+        for programs in flow:
+            count, status = compare(kit, place, place, programs, [log])
+            assert count > 0 and status in (0, 2, 3), f"{name}: {programs}: status {status}"
+
+
+def left_over(kit):
+    """The processes of rehearsals."""
+    found = []
+    for process in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+        try:
+            words = process.read_bytes()
+        except OSError:
+            continue
+        if words.startswith(str(kit).encode()):
+            found.append(process.parent.name)
+    return found
+
+
+def killed(kit, scratch, _):
+    """Killed at any moment, and of any of its processes, a rehearsal leaves nothing."""
+    place = product(scratch / "product", "guestbook")
+    room = scratch / "room"
+    room.mkdir()
+    exactly = trees.snapshot(scratch, trees.times)
+    mounts = pathlib.Path("/proc/self/mountinfo").read_text()
+    for point in range(20):
+        options = ["--scratch", str(room)] if point % 2 else []
+        rehearsal = subprocess.Popen([kit, "rehearse", *options, "./install", "-automate"],
+                                     cwd=place, stdin=subprocess.DEVNULL,
+                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        time.sleep(0.002 * point)
+        children = left_over(kit)
+        victim = children[point // 2 % len(children)] if children else rehearsal.pid
+        try:
+            os.kill(int(victim), signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        rehearsal.wait(30)
+        deadline = time.monotonic() + 10
+        while left_over(kit) and time.monotonic() < deadline:
+            time.sleep(0.01)
+        assert not left_over(kit), f"point {point}: a process is left"
+        assert pathlib.Path("/proc/self/mountinfo").read_text() == mounts
+        for path in room.iterdir():  # made, but not yet used when its maker was killed
+            assert not list(path.iterdir()), f"point {point}: {list(path.iterdir())}"
+            path.rmdir()
+        os.utime(room, ns=(exactly[str(room)][3], exactly[str(room)][3]))
+        now = trees.snapshot(scratch, trees.times)
+        del now[str(room)]
+        assert now == {path: face for path, face in exactly.items() if path != str(room)}, point
+
+
+def words(kit, scratch, _):
+    """What is said where something cannot be, and how a list looks."""
+    place = program(scratch / "words", "echo two > 'a\tb'; chmod 600 kept; rm old; exit 3")
+    for name in ("kept", "old"):
+        (place / name).write_text("one\n")
+        (place / name).chmod(0o644)
+    shown = run(place, kit, "rehearse", "--diff", "./work").stdout.decode()
+    lines = [re.sub(r" +\S+ +\S+ +(\d+) /.*/", r" \1 ", line) for line in shown.splitlines()]
+    assert lines == ["", "This would differ on this machine:",
+                     "created  -rw-r--r-- 4 a\\011b",
+                     "--- /dev/null", f"+++ {place}/a\\011b", "@@ -0,0 +1 @@", "+two",
+                     "changed  -rw------- 4 kept  (mode was 0644)",
+                     "removed  -rw-r--r-- 4 old",
+                     f"--- {place}/old", "+++ /dev/null", "@@ -1 +0,0 @@", "-one"], lines
+    for arguments, sentence in (
+            (["./none"], "there is no program './none'"),
+            (["./kept"], "'./kept' is no program that can be run here"),
+            (["--scratch", "/none", "./work"], "the scratch directory '/none' cannot be used"),
+            ([], "usage: product-kit rehearse"),
+            (["--nothing", "./work"], "usage: product-kit rehearse"),
+            (["./work", "--"], "usage: product-kit rehearse")):
+        ended = run(place, kit, "rehearse", *arguments)
+        assert ended.returncode == 125 and sentence in ended.stderr.decode(), ended
+
+
+def corners(kit, scratch, _):
+    """An ordinary user, with mounts below mounts, and where no namespaces may be made."""
+    place = program(scratch / "corners", "echo 1 > mounted/new; echo 2 > mounted/below/new; "
+                    "mv mounted/own/kept mounted/own/moved; echo 3 > /tmp/rehearsed")
+    mounted = place / "mounted"
+    for mount in (mounted, mounted / "below"):
+        mount.mkdir()
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=777", "tmpfs", mount], check=True)
+    own = mounted / "own"
+    (own / "kept").mkdir(parents=True)
+    (own / "kept/file").touch()
+    for path in (place, own, own / "kept", own / "kept/file"):
+        os.chown(path, USER, USER)
+    user = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
+    told = trees.listed(run(place, *user, kit, "rehearse", "--json", "./work").stdout.decode())
+    assert {path: what[0] for path, what in told.items()} == {
+        f"{mounted}/new": "created", f"{mounted}/below/new": "created",
+        f"{own}/kept": "removed", f"{own}/kept/file": "removed",
+        f"{own}/moved": "created", f"{own}/moved/file": "created",
+        "/tmp/rehearsed": "created"}, told
+    refused = run(place, "unshare", "-Ur", "sh", "-c",
+                  "echo 0 > /proc/sys/user/max_user_namespaces; exec setpriv "
+                  f"--bounding-set=-sys_admin --inh-caps=-sys_admin '{kit}' rehearse ./work")
+    assert refused.returncode == 125 and "no private view can be made: " in refused.stderr.decode() \
+        and "whoever starts it can allow it" in refused.stderr.decode(), refused
+
+
+def again(case, scratch, arguments):
+    """This script once more, as the case asks for it: in a mount namespace, by an ordinary user."""
+    for name in ("trees.py", "rehearse.py"):
+        shutil.copy(directory / name, scratch)
+    kit = shutil.copy(arguments[0], scratch / "product-kit")
+    shutil.copy(arguments[1], scratch / "install")
+    shutil.copytree(arguments[2], scratch / "examples")
+    scratch.chmod(0o777)
+    command = [PYTHON, scratch / "rehearse.py", "--here", case.removeprefix("user-"), kit,
+               scratch / "install", scratch / "examples", *arguments[3:]]
+    if os.getuid() == 0 and case.startswith("user-"):
+        command = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups", *command]
+    elif os.getuid() == 0:
+        command = ["unshare", "-m", *command]
+    program(scratch / "probe", "exit 0")
+    probe = run(scratch / "probe", *command[:command.index(PYTHON)], kit, "rehearse", "./work")
+    reason = probe.stderr.decode()
+    if "no private view" in reason or (os.getuid() != 0 and case == "corners"):
+        print(f"skipped: {reason or 'only root can set this up'}")
+        return 1 if os.environ.get("CI") == "true" else 77
+    return subprocess.run(command, check=False).returncode
+
+
+if sys.argv[1] == "--here":
+    sys.path.insert(0, str(directory))
+    sys.dont_write_bytecode = True
+    import trees
+    cases = {"trees": random_trees, "flows": flows, "killed": killed, "words": words,
+             "corners": corners}
+    installer, examples = (pathlib.Path(path) for path in sys.argv[4:6])
+    os.umask(0o22)
+    work = directory / "work"
+    work.mkdir()
+    cases[sys.argv[2]](directory / "product-kit", work, int((sys.argv[6:] or ["12"])[0]))
+else:
+    with tempfile.TemporaryDirectory(prefix="rehearse.") as made:
+        sys.exit(again(sys.argv[1], pathlib.Path(made), sys.argv[2:]))
