@@ -46,7 +46,7 @@ need_packages() {
     mapfile -t missing <<<"$missing"
     install=(install -y --no-install-recommends "${missing[@]}")
     ((EUID == 0)) || as_root=(sudo)
-    if ((EUID == 0)) || sudo -v 2>/dev/null; then
+    if ((EUID == 0)) || command -v sudo >/dev/null; then
         "${as_root[@]}" "${apt[@]}" update >/dev/null || true
         echo "Installing ${missing[*]} ($(to_fetch "${install[@]}")) ..." >&2
         "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive "${apt[@]}" "${install[@]}" >/dev/null &&
