@@ -151,9 +151,10 @@ int file_usergid(const char *name);
 // --- Acting ----------------------------------------------------------------------------------
 
 // Copies the content of one file: 1 copied, 0 failed, -1 left alone because the destination exists
-// and overwrite is 0. The destination is made before the source is opened, with the default mode.
-// The length of each block of 8192 bytes is added to *bytes (null: not counted) once it is written.
-// A file is not copied onto itself, and a FIFO, socket or device is not opened.
+// and overwrite is 0. The destination has the default mode; a source that is missing or cannot be
+// opened leaves it empty. The length of each block of 8192 bytes is added to *bytes (null: not
+// counted) once it is written. A file is not copied onto itself, and a FIFO, socket or device is
+// not opened.
 int file_copy(const char *src, const char *dst, int overwrite, unsigned long *bytes);
 
 // Copies what matches a wildcard (null: all) and no pattern of `not_list` (null: none excluded)
