@@ -20,23 +20,6 @@ namespace {
 
 constexpr int backups = 5;
 
-class OpenFile {
-  public:
-    explicit OpenFile(int opened) : number(opened) {}
-    ~OpenFile()
-    {
-        if (number >= 0)
-            ::close(number);
-    }
-    OpenFile(const OpenFile &) = delete;
-    OpenFile &operator=(const OpenFile &) = delete;
-
-    int get() const { return number; }
-
-  private:
-    int number;
-};
-
 // The beginning of a message: "Sun Nov 15 15:14:35  [4711] Info: ".
 bool read_head(std::string_view text, LogLine &line)
 {
@@ -100,22 +83,22 @@ std::string backup_name(const std::string &path, int number)
 }
 
 // Opening anything but a file could do or wait for anything.
-int open_log(const std::string &path)
+Descriptor open_log(const std::string &path)
 {
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0)
-        return -1;
+        return {};
     if (!S_ISREG(info.st_mode)) {
         errno = EINVAL;
-        return -1;
+        return {};
     }
-    return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    return Descriptor(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
 bool read_whole(const std::string &path, const TakeLine &take)
 {
-    const OpenFile file(open_log(path));
-    return file.get() >= 0 && read_lines(file.get(), 0, take);
+    const Descriptor file = open_log(path);
+    return file.is_open() && read_lines(file.get(), 0, take);
 }
 
 } // namespace
@@ -166,19 +149,11 @@ LogWatch::LogWatch(const std::string &log, TakeLine take_line)
 {
     const size_t slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    if (events >= 0 && ::inotify_add_watch(events, directory.c_str(), IN_CREATE | IN_MOVED_TO) < 0)
-        ::close(std::exchange(events, -1));
+    if (::inotify_add_watch(events.get(), directory.c_str(), IN_CREATE | IN_MOVED_TO) < 0)
+        events.close();
     hold_all(true);
     // The log that is there already is the first of this run's files.
     seen = ::access(path.c_str(), F_OK) == 0;
-}
-
-LogWatch::~LogWatch()
-{
-    for (const Held &held : files)
-        ::close(held.file);
-    if (events >= 0)
-        ::close(events);
 }
 
 void LogWatch::look()
@@ -194,7 +169,7 @@ void LogWatch::count_rotations()
     const std::string newest = backup_name(last_component(path.c_str()), 0);
     alignas(inotify_event) std::array<char, 8192> buffer;
     ssize_t length = 0;
-    while (events >= 0 && (length = ::read(events, buffer.data(), buffer.size())) > 0) {
+    while ((length = ::read(events.get(), buffer.data(), buffer.size())) > 0) {
         for (const char *at = buffer.data(); at < buffer.data() + length;) {
             const auto *event = reinterpret_cast<const inotify_event *>(at);
             overflowed = overflowed || (event->mask & IN_Q_OVERFLOW) != 0;
@@ -217,20 +192,18 @@ void LogWatch::hold_all(bool from_end)
 // Takes a file in, unless it is held already, before the next newer one; returns where it is.
 LogWatch::Place LogWatch::hold(const std::string &name, Place newer, bool from_end)
 {
-    const int file = open_log(name);
+    Descriptor file = open_log(name);
     struct stat info {};
-    if (file < 0 || ::fstat(file, &info) != 0)
+    if (::fstat(file.get(), &info) != 0)
         return newer;
     // As long as a file is held open its number is not given to another one.
     const auto known = std::find_if(files.begin(), files.end(), [&](const Held &held) {
         return held.device == info.st_dev && held.number == info.st_ino;
     });
-    if (known != files.end()) {
-        ::close(file);
+    if (known != files.end())
         return known;
-    }
     seen += !from_end;
-    return files.insert(newer, {.file = file,
+    return files.insert(newer, {.file = std::move(file),
                                 .device = info.st_dev,
                                 .number = info.st_ino,
                                 .from = from_end ? info.st_size : 0,
@@ -239,7 +212,7 @@ LogWatch::Place LogWatch::hold(const std::string &name, Place newer, bool from_e
 
 void LogWatch::give(Held &held)
 {
-    if (!std::exchange(held.given, true) && !read_lines(held.file, held.from, take))
+    if (!std::exchange(held.given, true) && !read_lines(held.file.get(), held.from, take))
         failure = errno;
 }
 
@@ -250,7 +223,6 @@ void LogWatch::let_go()
     constexpr size_t most = 100;
     while (files.size() > most) {
         give(files.front());
-        ::close(files.front().file);
         files.pop_front();
     }
 }

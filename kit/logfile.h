@@ -9,6 +9,7 @@
 
 #include <sys/types.h>
 
+#include "descriptor.h"
 #include "log.h"
 
 // One message. Its text may hold line ends and is cut by the program at 999 characters.
@@ -39,12 +40,9 @@ class LogWatch {
   public:
     // Begins with what the log holds already, which is not given.
     LogWatch(const std::string &path, TakeLine take_line);
-    ~LogWatch();
-    LogWatch(const LogWatch &) = delete;
-    LogWatch &operator=(const LogWatch &) = delete;
 
     // Readable when there may be something to look at; -1: look from time to time.
-    int descriptor() const { return events; }
+    int descriptor() const { return events.get(); }
 
     // Takes note of the files that have become the log since the last look.
     void look();
@@ -58,7 +56,7 @@ class LogWatch {
 
   private:
     struct Held {
-        int file;
+        Descriptor file;
         dev_t device;
         ino_t number;
         off_t from; // where this run's lines begin
@@ -74,7 +72,7 @@ class LogWatch {
 
     std::string path;
     TakeLine take;
-    int events = -1;
+    Descriptor events;
     std::list<Held> files; // in the order in which they were the log
     size_t seen = 0;       // files that may hold lines of this run
     size_t rotations = 0;

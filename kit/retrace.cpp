@@ -92,7 +92,6 @@ bool Attempt::take_value(const Line &line, const char *setting, bool is_answer)
                          .is_cut = event->is_cut,
                          .setting = setting,
                          .value = event->value,
-                         .had_default = offered != nullptr,
                          .offered = offered ? offered : ""});
     if (event->kind == Event::stored)
         ini_add_name(store.get(), setting, event->value.c_str());

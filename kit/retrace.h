@@ -27,8 +27,7 @@ struct Step {
     bool is_cut;      // the log does not hold the whole value
     std::string setting;
     std::string value;
-    bool had_default;    // for an answer: there was a value to offer
-    std::string offered; // that value
+    std::string offered; // for an answer: the value that it could have taken
 };
 
 // Where the questions came to their end.
