@@ -60,7 +60,8 @@ def medians(prepare, commands, runs=RUNS):
 def compare(work, prepare, peers, runs=RUNS, empty="true"):
     ours, *others = medians(prepare or empty, [OURS, *peers], runs)
     for peer, other in zip(peers, others):
-        print(f"{work:34} {ours:9.2f} ms  {peer[:44]:44} {other:9.2f} ms  ratio {ours / other:.2f}")
+        print(f"{work:34} {ours:9.2f} ms  {peer[:44]:44} {other:9.2f} ms  "
+              f"ratio {ours / max(other, 0.01):.2f}")
     sys.stdout.flush()
     return ours
 
