@@ -186,6 +186,12 @@ bool Disk::is_directory(const std::string &path) const
            entries[0].is_directory;
 }
 
+bool Disk::is_file(const std::string &path) const
+{
+    const auto place = all.find(without_end(path));
+    return place != all.end() && !place->second.is_directory;
+}
+
 void Disk::copy_tree(const std::string &from, const std::string &to, const Line &line,
                      const char *not_list, int depth)
 {

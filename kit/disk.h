@@ -71,6 +71,8 @@ class Disk {
     bool may_have(const std::string &path) const;
     // True when it is a directory that a command made, or one that the product's folder has.
     bool is_directory(const std::string &path) const;
+    // True when it is a file that a command made.
+    bool is_file(const std::string &path) const;
     // True when a command makes this, or something in it.
     bool makes_at(const std::string &path) const;
 

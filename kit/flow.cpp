@@ -83,10 +83,10 @@ void Value::join(const Value &other)
     may_be_none = may_be_none || other.may_be_none;
     anything = anything || other.anything;
     texts.insert(other.texts.begin(), other.texts.end());
-    if (texts.size() > most_texts)
+    if (texts.size() > most_texts) {
         anything = true;
-    if (anything)
         texts.clear();
+    }
 }
 
 // --- Mentions --------------------------------------------------------------------------------
@@ -256,6 +256,15 @@ std::string Flow::nearest(const std::string &word) const
     return nearest_word(word, names);
 }
 
+std::string Flow::nearest_other(const std::string &name) const
+{
+    std::vector<std::string> names;
+    for (const auto &[other, setting] : known)
+        if (other != name)
+            names.push_back(other);
+    return nearest_word(name, names);
+}
+
 // --- The data file ---------------------------------------------------------------------------
 
 std::string Flow::resolve(const std::string &name, std::set<std::string> &open)
@@ -413,9 +422,13 @@ void Flow::walk_probes(State &state)
         case IRFile:
             set(probe.b, any_value(), false);
             break;
-        case ITimeDate:
-            set(probe.b, any_value(), always);
+        case ITimeDate: {
+            // Of the time only its form is known.
+            Value value = any_value();
+            value.texts = state.of(probe.a).texts;
+            set(probe.b, value, always);
             break;
+        }
         case IWFile:
             break;
         default:

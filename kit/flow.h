@@ -37,7 +37,7 @@ struct Mention {
 // What a setting can hold at one place.
 struct Value {
     bool may_be_none = true;     // it may have no value
-    bool anything = false;       // some text that nobody can know beforehand
+    bool anything = false;       // it may also be some text that nobody can know beforehand
     std::set<std::string> texts; // those it may have, references to built-in settings unfilled
 
     bool must_be_none() const { return may_be_none && !anything && texts.empty(); }
@@ -72,6 +72,8 @@ class Flow {
 
     // The name of a setting that a word is probably meant for; "" when none is near.
     std::string nearest(const std::string &word) const;
+    // The same for the name of a setting, which is not counted itself.
+    std::string nearest_other(const std::string &name) const;
 
     // What a setting that a line mentions can hold when the line runs; and when a command's section
     // is loaded, which is when its references are filled in, or a question is come to for the first

@@ -4,10 +4,12 @@
 //     one paragraph: what the rule finds
 //     more paragraphs: why it matters
 //     with: FILE          followed by its lines, four blanks before each: part of both products
+//                         ("-> PATH" makes a link)
 //     wrong: FILE         the same, of the wrong product alone; "without: FILE" takes one away
 //     right: FILE         the same, of the right one
 //     found: FILE:LINE    where the finding stands in the wrong one; "also: FILE:LINE RULE" comes
 //                         with it
+//     as: root            only root can run it
 //     run: COMMAND        what is run in the product's folder, once for each line
 //     shows: COMMAND      succeeds after that in the wrong product and fails in the right one;
 //                         $SCREEN is the file with what the runs have shown

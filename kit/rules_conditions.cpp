@@ -53,8 +53,8 @@ void nearly_a_name(Survey &survey, Report &report)
 {
     for (const Mention &mention : survey.flow.mentions()) {
         if (mention.role != Role::value || !is_name_missing(survey, mention) ||
-            !is_plain_name(mention.name) || istrue(mention.name.c_str()) ||
-            isfalse(mention.name.c_str()))
+            mention.name.find_first_of("/$%") != std::string::npos ||
+            istrue(mention.name.c_str()) || isfalse(mention.name.c_str()))
             continue;
         const std::string near = survey.flow.nearest(mention.name);
         if (!near.empty())
@@ -85,16 +85,40 @@ const char *compare_of(const Line &line)
 void control_too_early(Survey &survey, Report &report)
 {
     for (const Mention &mention : survey.flow.mentions()) {
-        if (mention.role != Role::control || !survey.flow.find(mention.name))
+        const bool is_step = mention.role == Role::source;
+        if ((mention.role != Role::control && !is_step) || !survey.flow.find(mention.name))
             continue;
         const Value &value = mention.line->question
                                  ? survey.flow.at_load(*mention.line, mention.name)
                                  : survey.flow.at(*mention.line, mention.name);
-        if (!value.must_be_none())
+        if (value.must_be_none())
+            report.add(*mention.file, *mention.line,
+                       quoted(mention.name) + " has no value when this line is come to: " +
+                           (is_step ? "it does nothing" : fate_without_value(*mention.file)));
+    }
+}
+
+// A setting that begins without a value and gets one only on a condition.
+void control_perhaps_unset(Survey &survey, Report &report)
+{
+    std::set<std::string> told;
+    for (const Mention &mention : survey.flow.mentions()) {
+        const Setting *setting =
+            mention.role == Role::control && mention.file->kind != FileKind::init
+                ? survey.flow.find(mention.name)
+                : nullptr;
+        if (!setting || !setting->data || !setting->data->setting->value.empty())
             continue;
-        report.add(*mention.file, *mention.line,
-                   quoted(mention.name) + " has no value when this line is come to: " +
-                       fate_without_value(*mention.file));
+        const Value &value = mention.line->question
+                                 ? survey.flow.at_load(*mention.line, mention.name)
+                                 : survey.flow.at(*mention.line, mention.name);
+        if (value.may_be_none && !value.must_be_none() && told.insert(mention.name).second)
+            report.add(
+                *mention.file, *mention.line,
+                quoted(mention.name) +
+                    " begins without a value and gets one only on a condition: where that does "
+                    "not hold, " +
+                    fate_without_value(*mention.file));
     }
 }
 
@@ -178,6 +202,27 @@ void never_holds(Survey &survey, Report &report)
     });
 }
 
+// "no" and "false" are both no, but not the same word.
+void truth_spelling(Survey &survey, Report &report)
+{
+    for_each_line(survey.product, [&](const ProductFile &file, const Line &line) {
+        const char *control = line.kind == LineKind::entry ? control_of(line) : nullptr;
+        const char *compare = compare_of(line);
+        const Setting *setting = control ? survey.flow.find(control) : nullptr;
+        if (!setting || !compare || !survey.flow.at(line, compare).must_be_none())
+            return;
+        for (const std::string &text : survey.flow.at(line, control).texts) {
+            const bool is_same_truth = (istrue(text.c_str()) && istrue(compare)) ||
+                                       (isfalse(text.c_str()) && isfalse(compare));
+            if (is_same_truth && !lets_run(file, text, compare) &&
+                can_hold(survey, file, line, survey.flow.at(line, control)))
+                report.add(file, line,
+                           quoted(control) + " may be " + quoted(text) + " here, which is not " +
+                               quoted(compare) + ": words are compared as they stand");
+        }
+    });
+}
+
 // A literal that some setting bears as its name is not compared itself.
 void word_is_setting(Survey &survey, Report &report)
 {
@@ -253,6 +298,8 @@ const Rule condition_rules[] = {
     {"unknown-setting", Severity::error, unknown_setting, nullptr},
     {"nearly-a-name", Severity::error, nearly_a_name, nullptr},
     {"control-too-early", Severity::error, control_too_early, nullptr},
+    {"control-perhaps-unset", Severity::warning, control_perhaps_unset, nullptr},
+    {"truth-spelling", Severity::error, truth_spelling, nullptr},
     {"never-holds", Severity::error, never_holds, nullptr},
     {"word-is-setting", Severity::error, word_is_setting, nullptr},
     {"half-condition", Severity::error, half_condition, nullptr},

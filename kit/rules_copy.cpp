@@ -243,6 +243,8 @@ std::string directory_needed(const CommandAt &at)
 bool is_missing_directory(const CommandAt &at, const std::string &directory)
 {
     const Disk &disk = at.disk;
+    if (disk.is_file(directory))
+        return true;
     if (is_rooted(directory) || has_wildcard(directory) || disk.is_directory(directory) ||
         disk.makes_at(directory))
         return false;
@@ -331,6 +333,26 @@ void unguarded_removal(const CommandAt &at, Report &report)
             "this takes a directory that was named in an answer with all that is in it, and "
             "nothing "
             "asks or looks first");
+}
+
+// A directory that was there before the product is not the product's to remove.
+void foreign_removal(const CommandAt &at, Report &report)
+{
+    const std::string name = only_reference(without_slash(source_of(at)));
+    const Setting *setting = name.empty() ? nullptr : at.survey.flow.find(name);
+    if (at.command.type != RmDir || !setting)
+        return;
+    const bool was_there =
+        std::any_of(setting->setters.begin(), setting->setters.end(), [](const Mention *one) {
+            return one->file->kind == FileKind::questions &&
+                   one->line->question->type == QDirExist &&
+                   section_of(*one->file, *one->line) == "install";
+        });
+    if (was_there)
+        say(at, report,
+            "install asks for a directory that is there already, and this takes it with all that "
+            "is in "
+            "it, whoever has put it there");
 }
 
 // --- Modes and owners ------------------------------------------------------------------------
@@ -473,6 +495,19 @@ void group_of_user(const CommandAt &at, Report &report)
             (group ? "; " + quoted(owner + ":" + group->gr_name) + "?" : ""));
 }
 
+void owner_colon(const CommandAt &at, Report &report)
+{
+    const std::string owner = text_of(at.command.dest);
+    size_t references = 0;
+    for_each_reference(owner.c_str(), [&](const Reference &) { references++; });
+    const bool is_pair =
+        references > 1 ||
+        (references == 0 && owner.find('.') != std::string::npos && !::getpwnam(owner.c_str()));
+    if (at.command.type == Chown && owner.find(':') == std::string::npos && is_pair)
+        say(at, report,
+            "a \":\" divides user and group: this is looked for as the name of one user");
+}
+
 // --- Files -----------------------------------------------------------------------------------
 
 // A later command of the section removes the path.
@@ -491,6 +526,37 @@ void rfile_empties(const CommandAt &at, Report &report)
         say(at, report,
             "\"RFile\" empties the file here, and reads nothing; the init script is the place to "
             "read");
+}
+
+// Whether something in a directory of the folder is a link to a directory, and where; "" when not.
+std::string linked_directory(Survey &survey, const std::string &directory, int depth)
+{
+    constexpr int deepest = 32;
+    for (const FolderEntry &entry : std::vector(survey.folder.list(directory))) {
+        const std::string path = directory + entry.name;
+        if (entry.is_link && file_exist(survey.product.path(path).c_str()) == 2)
+            return path;
+        const std::string below = entry.is_directory && depth < deepest
+                                      ? linked_directory(survey, path + "/", depth + 1)
+                                      : "";
+        if (!below.empty())
+            return below;
+    }
+    return "";
+}
+
+void link_in_tree(const CommandAt &at, Report &report)
+{
+    const std::string source = without_slash(source_of(at));
+    if (at.command.type != CpyDir || !is_in_folder(source))
+        return;
+    for (const FolderEntry &entry : at.survey.folder.matches(source)) {
+        const std::string path = split_path(source).directory + entry.name;
+        const std::string link =
+            entry.is_directory ? linked_directory(at.survey, path + "/", 0) : "";
+        if (!link.empty())
+            say(at, report, quoted(link) + " is a link to a directory, which cannot be copied");
+    }
 }
 
 void own_file_moved(const CommandAt &at, Report &report)
@@ -559,6 +625,9 @@ const Rule copy_rules[] = {
     {"file-is-directory", Severity::error, nullptr, file_is_directory},
     {"all-of-a-directory", Severity::error, nullptr, all_of_a_directory},
     {"unguarded-removal", Severity::warning, nullptr, unguarded_removal},
+    {"foreign-removal", Severity::error, nullptr, foreign_removal},
+    {"owner-colon", Severity::error, nullptr, owner_colon},
+    {"link-in-tree", Severity::error, nullptr, link_in_tree},
     {"mode-not-octal", Severity::error, nullptr, mode_not_octal},
     {"directory-shut", Severity::error, nullptr, directory_shut},
     {"pages-executable", Severity::warning, nullptr, pages_executable},

@@ -188,14 +188,30 @@ void note_unread(Survey &survey, Report &report)
     }
 }
 
-// --- Answers ---------------------------------------------------------------------------------
-
-// True when the init script can give a setting what an earlier run has noted, or found out.
-bool is_read_back(const Setting &setting)
+// What is made before the note of it cannot be removed when the install fails in between.
+void note_last(Survey &survey, Report &report)
 {
-    return std::any_of(setting.setters.begin(), setting.setters.end(),
-                       [](const Mention *one) { return one->file->kind == FileKind::init; });
+    std::set<std::string> read;
+    for (const Line *line : entries_of(survey.product.init))
+        if (line->probe->mode == IRFile)
+            read.insert(survey.flow.path(line->probe->a));
+    bool has_made = false;
+    for (const Line *line : entries_of(survey.product.copy, "install")) {
+        const copy_cmd &command = *line->command;
+        if (command.type == WFile && read.contains(survey.flow.path(command.source))) {
+            if (has_made && find_section(survey.product.copy, "remove"))
+                report.add(
+                    survey.product.copy, *line,
+                    "this note comes after what it tells of: an install that fails before it "
+                    "cannot be found again by remove");
+            return;
+        }
+        has_made =
+            has_made || command.type == CpyFile || command.type == CpyDir || command.type == CpyIni;
+    }
 }
+
+// --- Answers ---------------------------------------------------------------------------------
 
 // What install asks and upgrade or remove use without asking is the default there, not the answer.
 void answer_lost(Survey &survey, Report &report)
@@ -208,7 +224,7 @@ void answer_lost(Survey &survey, Report &report)
         const std::string section = section_of(survey.product.copy, *mention.line);
         const Setting *setting = survey.flow.find(mention.name);
         const bool is_later = section == "upgrade" || section == "remove";
-        if (!is_later || !setting || is_read_back(*setting) ||
+        if (!is_later || !setting || survey.flow.at_load(*mention.line, mention.name).anything ||
             !is_asked_in(survey.product, "install", mention.name) ||
             is_asked_in(survey.product, section, mention.name) ||
             !told.insert(section + " " + mention.name).second)
@@ -226,6 +242,7 @@ const Rule life_rules[] = {
     {"note-unwritten", Severity::error, note_unwritten, nullptr},
     {"looked-for-nowhere", Severity::error, looked_for_nowhere, nullptr},
     {"note-unread", Severity::warning, note_unread, nullptr},
+    {"note-last", Severity::warning, note_last, nullptr},
     {"answer-lost", Severity::error, answer_lost, nullptr},
     end_of_rules,
 };

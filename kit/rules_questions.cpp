@@ -192,14 +192,22 @@ void no_default(Survey &survey, Report &report)
 
 void default_is_command(Survey &survey, Report &report)
 {
+    std::set<std::string> told;
     for_each_asked(survey, [&](const std::string &, const Line &line, const Value &value) {
-        for (const std::string &text : value.texts)
-            if ((s_stricmp(text.c_str(), "q") == 0 || s_stricmp(text.c_str(), "b") == 0) &&
-                !(line.question->type & QYN))
-                report.add(survey.product.questions, line,
-                           "the default " + quoted(text) + " is what leads back, to the " +
-                               (folded(text) == "q" ? "menu" : "line before") +
-                               ": it is never taken for an answer");
+        const Setting *setting = survey.flow.find(line.question->setting);
+        for (const std::string &text : value.texts) {
+            if ((s_stricmp(text.c_str(), "q") != 0 && s_stricmp(text.c_str(), "b") != 0) ||
+                (line.question->type & QYN) || !told.insert(line.question->setting).second)
+                continue;
+            const std::string what = "the default " + quoted(text) +
+                                     " is what leads back, to the " +
+                                     (folded(text) == "q" ? "menu" : "line before") +
+                                     ": it is never taken for an answer";
+            if (setting->data)
+                report.add(survey.product.data, *setting->data, what);
+            else
+                report.add(survey.product.questions, line, what);
+        }
     });
 }
 
@@ -219,8 +227,21 @@ void default_not_truth(Survey &survey, Report &report)
 void default_refused(Survey &survey, Report &report)
 {
     for_each_asked(survey, [&](const std::string &section, const Line &line, const Value &value) {
-        const std::string *text = value.only_text();
         const QType type = line.question->type;
+        for (const std::string &text : value.texts)
+            if (type == QFileName && text.find_first_of("/.") != std::string::npos) {
+                report.add(survey.product.questions, line,
+                           "\"FileName\" takes directory and ending off the default " +
+                               quoted(text));
+                return;
+            }
+        if (type == QDirEmpty && value.texts.contains("$(current_dir)")) {
+            report.add(survey.product.questions, line,
+                       "the default is the folder of the installer, which is never empty: an "
+                       "unattended run ends here");
+            return;
+        }
+        const std::string *text = value.only_text();
         if (!text)
             return;
         const std::string path = survey.flow.path(*text);
@@ -231,9 +252,10 @@ void default_refused(Survey &survey, Report &report)
             report.add(survey.product.questions, line,
                        "the default is the path " + quoted(path) +
                            ", which is not in the folder: an unattended run ends here");
-        else if (type == QFileName && (text->find_first_of("/.") != std::string::npos))
+        else if (type == QDirEmpty && is_in_folder(path) && !survey.folder.list(path + "/").empty())
             report.add(survey.product.questions, line,
-                       "\"FileName\" takes directory and ending off the default " + quoted(*text));
+                       "the default " + quoted(*text) +
+                           " is never empty: an unattended run ends here");
     });
 }
 
@@ -258,6 +280,36 @@ void default_stops(Survey &survey, Report &report)
                                    ": an unattended run always ends here");
             }
         }
+    });
+}
+
+// Settings that a section looks at, in its steps, its commands and the templates that these fill
+// in.
+std::set<std::string> looked_at_in(const Survey &survey, const std::string &section)
+{
+    std::set<std::string> names;
+    for (const Mention &mention : survey.flow.mentions())
+        if (mention.role != Role::target && mention.file->kind >= FileKind::questions &&
+            section_of(*mention.file, *mention.line) == section)
+            names.insert(mention.name);
+    for (const FilledText &text : survey.texts)
+        for (const TemplateLine &line : text.lines)
+            for_each_reference(line.text.c_str(),
+                               [&](const Reference &reference) { names.insert(reference.name); });
+    return names;
+}
+
+void unused_answer(Survey &survey, Report &report)
+{
+    for_each_section(survey.product, [&](const std::string &section, const auto &lines) {
+        const std::set<std::string> names = looked_at_in(survey, section);
+        for (const Line *line : lines)
+            if ((line->question->type & QYN) && is_asked(line->question->type) &&
+                !names.contains(line->question->setting) &&
+                find_section(survey.product.copy, section))
+                report.add(survey.product.questions, *line,
+                           "nothing in this section looks at the answer " +
+                               quoted(line->question->setting) + ": yes and no come to the same");
     });
 }
 
@@ -292,6 +344,7 @@ const Rule question_rules[] = {
     {"default-not-truth", Severity::warning, default_not_truth, nullptr},
     {"default-refused", Severity::error, default_refused, nullptr},
     {"default-stops", Severity::warning, default_stops, nullptr},
+    {"unused-answer", Severity::warning, unused_answer, nullptr},
     {"never-empty-again", Severity::error, never_empty_again, nullptr},
     end_of_rules,
 };

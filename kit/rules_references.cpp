@@ -116,14 +116,29 @@ std::string braced_setting(const Flow &flow, const std::string &text)
     return "";
 }
 
+// The name in a "$name" that a setting bears; "" when there is none.
+std::string bare_setting(const Flow &flow, const std::string &text)
+{
+    for (size_t at = text.find('$'); at != std::string::npos; at = text.find('$', at + 1)) {
+        size_t end = at + 1;
+        while (end < text.size() && is_plain_name(text.substr(end, 1)))
+            end++;
+        const std::string name = text.substr(at + 1, end - at - 1);
+        if (flow.find(name))
+            return name;
+    }
+    return "";
+}
+
 void braces(Survey &survey, Report &report)
 {
     const auto say = [](const std::string &name) {
-        return "${" + name + "} is no reference and stays as written; " +
-               quoted(reference_to(name)) + "?";
+        return "only " + quoted(reference_to(name)) + " is a reference: this stays as written";
     };
     for_each_line(survey.product, [&](const ProductFile &file, const Line &line) {
-        const std::string name = braced_setting(survey.flow, line.text);
+        std::string name = braced_setting(survey.flow, line.text);
+        if (name.empty())
+            name = bare_setting(survey.flow, line.text);
         if (line.kind == LineKind::entry && !name.empty())
             report.add(file, line, say(name));
     });
@@ -197,6 +212,39 @@ void repeated_setting(Survey &survey, Report &report)
                        quoted(line->setting->name) + " has a line above, and only that counts");
 }
 
+void doubled_name(Survey &survey, Report &report)
+{
+    for (const Line *line : entries_of(survey.product.data))
+        if (line->setting->value.starts_with(line->setting->name + " "))
+            report.add(survey.product.data, *line,
+                       "the value begins with the name of its own setting");
+}
+
+// No part of the program knows a home directory by "~".
+void tilde(Survey &survey, Report &report)
+{
+    const auto is_home = [](const char *field) { return text_of(field).starts_with("~/"); };
+    for_each_line(survey.product, [&](const ProductFile &file, const Line &line) {
+        const bool is_found =
+            line.kind == LineKind::entry &&
+            ((line.setting && is_home(line.setting->value.c_str())) ||
+             (line.probe && line.probe->mode != ICopy && is_home(line.probe->a)) ||
+             (line.question && line.question->type == QXExist && is_home(line.question->text)) ||
+             (line.command && (is_home(line.command->source) || is_home(line.command->dest))));
+        if (is_found)
+            report.add(file, line, "\"~\" is no home directory here, but a name like any other");
+    });
+}
+
+void blurb_name(Survey &survey, Report &report)
+{
+    for (const FolderEntry &entry : survey.folder.list(""))
+        if (entry.name != "blurb.txt" && survey.folder.matches("blurb.txt").empty() &&
+            distance(folded(entry.name), "blurb.txt", 1) <= 1)
+            report.add(FilledText{.name = entry.name, .used = nullptr, .lines = {}}, 1,
+                       "the text at the end of an install is read from \"blurb.txt\" alone");
+}
+
 // True when a setting's value refers to itself, on whatever way.
 bool is_cycle(const Survey &survey, const std::string &from)
 {
@@ -260,19 +308,6 @@ std::set<std::string> names_in_texts(const Survey &survey)
     return names;
 }
 
-// Templates that cannot be found here may use any setting.
-bool has_unknown_template(const Survey &survey)
-{
-    const auto commands = entries_of(survey.product.copy);
-    return std::any_of(commands.begin(), commands.end(), [&](const Line *line) {
-        if (line->command->type != CpyIni)
-            return false;
-        const std::string path = survey.flow.path(line->command->source);
-        return std::none_of(survey.texts.begin(), survey.texts.end(),
-                            [&](const FilledText &text) { return text.name == path; });
-    });
-}
-
 void unused_setting(Survey &survey, Report &report)
 {
     if (survey.product.copy.lines.empty() || survey.product.questions.lines.empty())
@@ -282,17 +317,21 @@ void unused_setting(Survey &survey, Report &report)
     for (const Mention &mention : survey.flow.mentions())
         if (mention.role == Role::reference && mention.file->kind == FileKind::data)
             folded_references.insert(folded(mention.name));
-    const bool is_certain = !has_unknown_template(survey);
     for (const auto &[name, setting] : survey.flow.settings()) {
         // Everybody writes down what the product is and which version of it.
-        if (!setting.data || setting.built_in || setting.uses > 0 || name == "product" ||
-            name == "version" || in_texts.contains(name) || !is_certain || !is_plain_name(name) ||
+        if (setting.built_in || setting.uses > 0 || name == "product" || name == "version" ||
+            in_texts.contains(name) || !is_plain_name(name) ||
             folded_references.contains(folded(name)))
             continue;
-        report.add(survey.product.data, *setting.data,
-                   setting.setters.empty()
-                       ? quoted(name) + " is used nowhere"
-                       : quoted(name) + " gets a value, and nothing ever looks at it");
+        if (setting.data)
+            report.add(survey.product.data, *setting.data,
+                       quoted(name) + (setting.setters.empty()
+                                           ? " is used nowhere"
+                                           : " gets a value, and nothing ever looks at it"));
+        else
+            report.add(*setting.setters[0]->file, *setting.setters[0]->line,
+                       quoted(name) + " gets a value, and nothing ever looks at it" +
+                           meant(survey.flow.nearest_other(name)));
     }
 }
 
@@ -383,12 +422,20 @@ std::string made_name(const Survey &survey, const FilledText &text)
     return survey.flow.path(text_of(text.used->command->dest));
 }
 
+// In these the blanks at the beginning of a line mean nothing.
+bool is_free_form(const std::string &name)
+{
+    return is_one_of(extension_of(name), {".html", ".htm", ".css", ".js", ".xml", ".svg", ".php",
+                                          ".json", ".sh", ".cgi", ".pl"});
+}
+
 void lost_indentation(Survey &survey, Report &report)
 {
     for (const FilledText &text : survey.texts) {
-        // In these the blanks at the beginning of a line mean something.
-        if (!text.used || !is_one_of(extension_of(made_name(survey, text)),
-                                     {".yml", ".yaml", ".py", ".mk", ".rst", ".md"}))
+        std::string name = text.name;
+        if (name.ends_with(".in"))
+            name.erase(name.size() - 3);
+        if (!text.used || is_free_form(name) || is_free_form(made_name(survey, text)))
             continue;
         for (const TemplateLine &line : text.lines)
             if (!line.text.empty() && (line.text[0] == ' ' || line.text[0] == '\t') &&
@@ -434,6 +481,9 @@ void answer_in_quotes(Survey &survey, Report &report)
 } // namespace
 
 const Rule reference_rules[] = {
+    {"doubled-name", Severity::warning, doubled_name, nullptr},
+    {"tilde", Severity::error, tilde, nullptr},
+    {"blurb-name", Severity::warning, blurb_name, nullptr},
     {"unknown-reference", Severity::error,
      [](Survey &survey, Report &report) {
          unknown_reference(survey, report);

@@ -84,7 +84,10 @@ void make_product(const Page &page, const Files &own)
         for (const std::string &name : page.without)
             files.erase(name);
     for (const auto &[name, text] : files)
-        write_text(name, text);
+        if (text.starts_with("-> "))
+            std::filesystem::create_symlink(text.substr(3, text.size() - 4), name);
+        else
+            write_text(name, text);
     std::filesystem::copy_file(INSTALLER_PROGRAM, "install");
 }
 
