@@ -353,16 +353,12 @@ void not_in_data(Survey &survey, Report &report)
             is_unfilled_name(name) || name.find('/') != std::string::npos)
             continue;
         const Mention &first = *setting.setters[0];
-        const bool is_asked_for =
-            std::any_of(setting.setters.begin(), setting.setters.end(), [](const Mention *mention) {
-                return mention->file->kind == FileKind::questions;
-            });
         std::vector<std::string> names;
         for (const Line *line : entries_of(survey.product.data))
             if (!survey.flow.find(line->setting->name)->uses)
                 names.push_back(line->setting->name);
         const std::string near = nearest_word(name, names);
-        if (setting.setters.size() > 1 || is_asked_for || !near.empty())
+        if (setting.setters.size() > 1 || !near.empty())
             report.add(
                 *first.file, *first.line,
                 quoted(name) +
