@@ -158,26 +158,31 @@ LogWatch::LogWatch(const std::string &log, TakeLine take_line)
 
 void LogWatch::look()
 {
+    if (!read_events())
+        return;
     hold_all(false);
-    count_rotations();
     let_go();
 }
 
-// Each rotation ends by giving the newest backup its name.
-void LogWatch::count_rotations()
+// True when the log or a backup may be another file now. Each rotation ends by giving the newest
+// backup its name.
+bool LogWatch::read_events()
 {
-    const std::string newest = backup_name(last_component(path.c_str()), 0);
+    const std::string name = last_component(path.c_str());
+    bool has_news = !events.is_open();
     alignas(inotify_event) std::array<char, 8192> buffer;
     ssize_t length = 0;
     while ((length = ::read(events.get(), buffer.data(), buffer.size())) > 0) {
         for (const char *at = buffer.data(); at < buffer.data() + length;) {
             const auto *event = reinterpret_cast<const inotify_event *>(at);
+            const std::string_view about = event->len > 0 ? event->name : "";
             overflowed = overflowed || (event->mask & IN_Q_OVERFLOW) != 0;
-            rotations +=
-                (event->mask & IN_MOVED_TO) != 0 && event->len > 0 && newest == event->name;
+            rotations += (event->mask & IN_MOVED_TO) != 0 && about == backup_name(name, 0);
+            has_news = has_news || overflowed || about.starts_with(name);
             at += sizeof(inotify_event) + event->len;
         }
     }
+    return has_news;
 }
 
 // From the newest to the oldest, the way that the files go themselves: one that is moved meanwhile
@@ -229,7 +234,8 @@ void LogWatch::let_go()
 
 bool LogWatch::finish()
 {
-    look();
+    read_events();
+    hold_all(false);
     for (Held &held : files)
         give(held);
     errno = failure;

@@ -64,7 +64,7 @@ class LogWatch {
     };
     using Place = std::list<Held>::iterator;
 
-    void count_rotations();
+    bool read_events();
     void hold_all(bool from_end);
     Place hold(const std::string &name, Place newer, bool from_end);
     void give(Held &held);
