@@ -10,9 +10,7 @@ include(GNUInstallDirs)
 
 install(PROGRAMS $<TARGET_FILE:installer> DESTINATION ${CMAKE_INSTALL_BINDIR}
   RENAME product-install)
-if(EXISTS ${PROJECT_SOURCE_DIR}/man/product-kit.1)
-  install(TARGETS kit DESTINATION ${CMAKE_INSTALL_BINDIR})
-endif()
+install(TARGETS kit DESTINATION ${CMAKE_INSTALL_BINDIR})
 foreach(section 1 5)
   file(GLOB pages CONFIGURE_DEPENDS man/*.${section})
   install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
