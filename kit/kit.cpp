@@ -9,6 +9,7 @@
 #include "check.h"
 #include "explain.h"
 #include "lib.h"
+#include "prove.h"
 #include "rehearse.h"
 #include "run.h"
 
@@ -26,6 +27,8 @@ constexpr Subcommand subcommands[] = {
     {"rehearse",
      "[--diff] [--json] [--scratch DIRECTORY] [--] PROGRAM [ARGUMENT ...] [-- PROGRAM ...]",
      "runs it on a private view of this machine and lists what would differ", kit_rehearse},
+    {"prove", "[FOLDER] [--set NAME=VALUE ...] [--keeps PATTERN ...]",
+     "lives a product's whole life in private views and says what is left", kit_prove},
     {"help", "[SUBCOMMAND]", "shows how a subcommand is called", run_help},
 };
 

@@ -158,7 +158,7 @@ int kit_rehearse(int argc, char **argv)
     Rehearsal rehearsal;
     if (!take_arguments(rehearsal, {.next = argv + 1, .end = argv + argc}))
         return misused(argv[0]);
-    std::vector<Step> steps;
+    std::vector<ViewStep> steps;
     for (const Command &command : rehearsal.commands)
         steps.emplace_back([&] { return run_command(rehearsal, command); });
     std::string reason;

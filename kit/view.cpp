@@ -128,7 +128,7 @@ int exit_status(int waited)
 // Makes the view, lives as long as its maker, and takes the steps that it is told.
 class Keeper {
   public:
-    Keeper(Descriptor own_end, std::vector<Step> own_steps)
+    Keeper(Descriptor own_end, std::vector<ViewStep> own_steps)
         : channel(std::move(own_end)), steps(std::move(own_steps))
     {
     }
@@ -247,14 +247,15 @@ class Keeper {
     }
 
     Descriptor channel;
-    std::vector<Step> steps;
+    std::vector<ViewStep> steps;
     PrivateTree tree;
     std::unique_ptr<RenameHelper> renames;
 };
 
 } // namespace
 
-std::unique_ptr<View> View::make(std::vector<Step> steps, const char *scratch, std::string &reason)
+std::unique_ptr<View> View::make(std::vector<ViewStep> steps, const char *scratch,
+                                 std::string &reason)
 {
     std::unique_ptr<View> view(new View);
     if (!view->start(std::move(steps), scratch, reason))
@@ -262,7 +263,8 @@ std::unique_ptr<View> View::make(std::vector<Step> steps, const char *scratch, s
     return view;
 }
 
-bool View::start(std::vector<Step> steps, const char *directory_for_scratch, std::string &reason)
+bool View::start(std::vector<ViewStep> steps, const char *directory_for_scratch,
+                 std::string &reason)
 {
     if (directory_for_scratch && !scratch.make(directory_for_scratch)) {
         reason = "the scratch directory '" + std::string(directory_for_scratch) +

@@ -18,13 +18,13 @@
 
 // What is done in the view, in a process of its own; the result is its exit status. The program
 // that it runs has the terminal and the working directory of the caller.
-using Step = std::function<int()>;
+using ViewStep = std::function<int()>;
 
 class View {
   public:
     // Makes a view in which these steps can be taken. `scratch` is the directory that takes up what
     // is changed; null: memory does. Null, with one sentence in `reason`, where that cannot be.
-    static std::unique_ptr<View> make(std::vector<Step> steps, const char *scratch,
+    static std::unique_ptr<View> make(std::vector<ViewStep> steps, const char *scratch,
                                       std::string &reason);
     ~View();
     View(const View &) = delete;
@@ -48,7 +48,7 @@ class View {
 
   private:
     View() = default;
-    bool start(std::vector<Step> steps, const char *scratch, std::string &reason);
+    bool start(std::vector<ViewStep> steps, const char *scratch, std::string &reason);
     bool receive_tree(std::string &reason);
 
     pid_t keeper = -1; // the first process of the view

@@ -191,6 +191,54 @@ def corners(kit, scratch, _):
         and "whoever starts it can allow it" in refused.stderr.decode(), refused
 
 
+SAMPLE_KEEPS = [word for path in ("site", "site/htdocs", "site/cgi-bin", "site/data*", "installed*")
+                for word in ("--keeps", path)]
+
+# product | file | what is changed there | into | what a proof says then
+MISTAKES = r"""
+starter   | .cpy | RmDir     $(dir)/hello    | RmFile    $(dir)/hello | left +\S+/hello$
+starter   | .q   | Error     present   -      | #                      | lost +\S+/hello/somebodys.txt$
+starter   | .cpy | Chmod     $(dir)/hello     | #                      | changed +\S+/hello  \(mode 0700
+starter   | .cpy | [remove] | Ini hello.conf.in $(dir)/hello/hello.conf\n[remove] | changed +\S+/hello.conf  \(content
+starter   | .cpy | WFile     installed        | #                      | product-kit: the removal does nothing
+starter   | .dat | yes                        | no                     | install.q:\d+: stopped
+starter   | .cpy | CopyFile  pages            | CopyFile  none         | the install does not succeed
+guestbook | .cpy | WFile    $(record_dir)/cgi_dir | #                  | left +\S+/cgi_dir/guestbook2$
+guestbook | .cpy | RmDir    $(web_root)/$(folder)  -                   made | RmDir $(web_root)/$(folder) - | lost
+guestbook | .cpy | RmDir    $(cgi_dir)/$(folder)   -                   made | # | behind install.cpy:\d+
+"""
+
+
+def proofs(kit, scratch, _):
+    """What a proof says of the sample, of the starter, and of either with one mistake in it."""
+    for name, keeps, lives in (("starter", [], 24), ("guestbook", SAMPLE_KEEPS, 112)):
+        place = product(scratch / name, name)
+        exactly = trees.snapshot(scratch, trees.times)
+        proof = run(scratch, kit, "prove", place, *keeps)
+        assert trees.snapshot(scratch, trees.times) == exactly, "the proof has changed something"
+        assert proof.returncode == 0 and not proof.stderr, proof
+        assert f"\n{lives} lives, 0 differ\n" in proof.stdout.decode(), proof
+    for number, line in enumerate(MISTAKES.strip().splitlines()):
+        name, ending, old, new, expected = (field.strip() for field in line.split("|"))
+        place = product(scratch / f"mistake{number}", name)
+        file = place / f"install{ending}"
+        text = file.read_text()
+        assert old in text, line
+        file.write_text(text.replace(old, new.replace("\\n", "\n"), 1))
+        proof = run(scratch, kit, "prove", place, *(SAMPLE_KEEPS if name == "guestbook" else []))
+        said = (proof.stdout + proof.stderr).decode()
+        assert proof.returncode != 0 and re.search(expected, said, re.M), f"{line}: {said}"
+    refused = product(scratch / "refused", "starter")
+    (refused / "install.dat").write_text((refused / "install.dat").read_text().replace("yes", "no"))
+    assert run(scratch, kit, "prove", "refused", "--set", "sure=true").returncode == 0
+    (refused / "install").unlink()
+    for arguments, sentence in ((["none"], "there is no folder 'none'"), (["."], "no product"),
+                                (["refused"], "there is no program 'install' in 'refused'"),
+                                (["--set", "x"], "usage: product-kit prove")):
+        ended = run(scratch, kit, "prove", *arguments)
+        assert ended.returncode == 125 and sentence in ended.stderr.decode(), ended
+
+
 def again(case, scratch, arguments):
     """This script once more, as the case asks for it: in a mount namespace, by an ordinary user."""
     for name in ("trees.py", "rehearse.py"):
@@ -219,7 +267,7 @@ if sys.argv[1] == "--here":
     sys.dont_write_bytecode = True
     import trees
     cases = {"trees": random_trees, "flows": flows, "killed": killed, "words": words,
-             "corners": corners}
+             "corners": corners, "proofs": proofs}
     installer, examples = (pathlib.Path(path) for path in sys.argv[4:6])
     os.umask(0o22)
     work = directory / "work"
