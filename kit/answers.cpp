@@ -73,7 +73,7 @@ class Filler {
     bool is_editable(const Line *line) const;
     void write(const std::string &data_file);
     void write_new_rows();
-    void write_row(const Row &row, std::string raw);
+    void write_row(const Row &row, const std::string &raw);
     void complain(const std::string &name, const std::string &why);
 
     const LastRun &run;
@@ -209,7 +209,7 @@ void Filler::check_rows()
 // --- Writing -------------------------------------------------------------------------------------
 
 // The line with the row's value in the place of its own.
-void Filler::write_row(const Row &row, std::string raw)
+void Filler::write_row(const Row &row, const std::string &raw)
 {
     const std::string ending = raw.ends_with('\r') ? "\r" : "";
     const size_t begin = std::min(raw.find(row.name), raw.size());

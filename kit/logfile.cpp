@@ -114,7 +114,7 @@ bool read_lines(int file, off_t from, const TakeLine &take)
         rest.append(block.data(), static_cast<size_t>(length));
         size_t begin = 0;
         for (size_t end = 0; (end = rest.find('\n', begin)) != std::string::npos; begin = end + 1)
-            messages.add(std::string_view(rest).substr(begin, end - begin));
+            messages.add({rest.data() + begin, end - begin});
         rest.erase(0, begin);
     }
     if (!rest.empty())

@@ -184,9 +184,8 @@ void RunRecord::begin_command(View fields)
         return;
     const size_t at = kept[deeds.size()];
     const ScriptLine &line = script[at];
-    const View exclusions = line.not_ == "-" ? View() : View(line.not_);
-    std::string ending = ",";
-    ending.append(exclusions).append("," + line.control + "," + line.control_cmp + "]");
+    const std::string exclusions = line.not_ == "-" ? "" : line.not_;
+    const std::string ending = "," + exclusions + "," + line.control + "," + line.control_cmp + "]";
     if (fields.ends_with(ending))
         fields.remove_suffix(ending.size());
     fields.remove_prefix(std::min(fields.find(':') + 1, fields.size()));
