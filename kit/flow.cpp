@@ -40,7 +40,7 @@ std::string nearest_word(std::string_view word, const std::vector<std::string> &
 {
     std::string best;
     size_t best_distance = std::max<size_t>(1, word.size() / 4) + 1;
-    if (word.size() < 3)
+    if (word.size() < 2)
         return best;
     for (const std::string &candidate : words) {
         const bool same_but_for_case = s_stricmp(std::string(word).c_str(), candidate.c_str()) == 0;
@@ -240,6 +240,13 @@ void Flow::build_settings()
         if (mention.role != Role::target)
             if (const auto found = known.find(mention.name); found != known.end())
                 found->second.uses++;
+}
+
+const std::vector<const Mention *> &Flow::mentions_of(const Line &line) const
+{
+    static const std::vector<const Mention *> none;
+    const auto found = by_line.find(&line);
+    return found == by_line.end() ? none : found->second;
 }
 
 const Setting *Flow::find(const std::string &name) const

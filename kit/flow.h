@@ -65,6 +65,9 @@ class Flow {
 
     const std::vector<Mention> &mentions() const { return all_mentions; }
 
+    // Those of one line.
+    const std::vector<const Mention *> &mentions_of(const Line &line) const;
+
     // The setting of exactly that name, which the data file, the program or any line makes; null:
     // nothing ever gives it a value.
     const Setting *find(const std::string &name) const;

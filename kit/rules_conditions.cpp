@@ -272,6 +272,113 @@ void half_condition(Survey &survey, Report &report)
     }
 }
 
+// --- Results ---------------------------------------------------------------------------------
+
+bool looks_at(const Survey &survey, const Line &line, const std::string &name)
+{
+    const auto &mentions = survey.flow.mentions_of(line);
+    return std::any_of(mentions.begin(), mentions.end(), [&](const Mention *mention) {
+        return mention->role != Role::target && mention->name == name;
+    });
+}
+
+// The name that a step or a command puts "true" or "false" into; "" for any other.
+std::string result_of(const Line &line)
+{
+    if (line.question && line.question->type == QXExist)
+        return text_of(line.question->setting);
+    return line.command && line.command->type == Exist ? text_of(line.command->dest) : "";
+}
+
+bool has_loop(const std::vector<const Line *> &steps)
+{
+    return std::any_of(steps.begin(), steps.end(),
+                       [](const Line *line) { return line->question->type == QLoop; });
+}
+
+// The lines of a section in the order in which a run comes by. Where there are jumps no order is
+// certain, and only the commands are given.
+std::vector<const Line *> run_order(const Survey &survey, const std::string &section)
+{
+    std::vector<const Line *> lines = entries_of(survey.product.questions, section);
+    if (has_loop(lines))
+        lines.clear();
+    const auto commands = entries_of(survey.product.copy, section);
+    lines.insert(lines.end(), commands.begin(), commands.end());
+    return lines;
+}
+
+const ProductFile &file_of(const Survey &survey, const Line &line)
+{
+    return line.question ? survey.product.questions : survey.product.copy;
+}
+
+template <typename Take> void for_each_run(const Survey &survey, Take take)
+{
+    for (const Section &section : survey.product.copy.sections)
+        if (section.is_read)
+            take(run_order(survey, section.name));
+}
+
+void result_unread(Survey &survey, Report &report)
+{
+    for_each_run(survey, [&](const std::vector<const Line *> &lines) {
+        for (size_t at = 0; at < lines.size(); at++) {
+            const std::string name = result_of(*lines[at]);
+            if (!is_plain_name(name))
+                continue;
+            // On a condition it may be set anew or not.
+            size_t next = at + 1;
+            while (next < lines.size() && !looks_at(survey, *lines[next], name) &&
+                   (result_of(*lines[next]) != name || control_of(*lines[next])))
+                next++;
+            const bool is_read = next < lines.size() && looks_at(survey, *lines[next], name);
+            if (!is_read)
+                report.add(file_of(survey, *lines[at]), *lines[at],
+                           next < lines.size()
+                               ? "nothing looks at " + quoted(name) + " before line " +
+                                     std::to_string(lines[next]->number) + " sets it anew"
+                               : "nothing in this section looks at " + quoted(name) +
+                                     " after this line");
+        }
+    });
+}
+
+std::string judged_by(const Line &line)
+{
+    if (line.question)
+        return line.question->type == QError ? text_of(line.question->setting) : "";
+    return line.command->type == Error ? text_of(line.command->source) : "";
+}
+
+bool sets(const Survey &survey, const Line &line, const std::string &name)
+{
+    const auto &mentions = survey.flow.mentions_of(line);
+    return std::any_of(mentions.begin(), mentions.end(), [&](const Mention *mention) {
+        return mention->role == Role::target && mention->name == name;
+    });
+}
+
+void judged_again(Survey &survey, Report &report)
+{
+    for_each_run(survey, [&](const std::vector<const Line *> &lines) {
+        for (size_t at = 0; at < lines.size(); at++) {
+            const std::string name = judged_by(*lines[at]);
+            for (size_t before = at; !name.empty() && before-- > 0;) {
+                if (sets(survey, *lines[before], name))
+                    break;
+                if (judged_by(*lines[before]) != name)
+                    continue;
+                report.add(file_of(survey, *lines[at]), *lines[at],
+                           quoted(name) + " has not changed since line " +
+                               std::to_string(lines[before]->number) +
+                               " judged it: this never fires");
+                break;
+            }
+        }
+    });
+}
+
 // The menu's default is the upgrade for one word only.
 void action_value(Survey &survey, Report &report)
 {
@@ -303,6 +410,8 @@ const Rule condition_rules[] = {
     {"never-holds", Severity::error, never_holds, nullptr},
     {"word-is-setting", Severity::error, word_is_setting, nullptr},
     {"half-condition", Severity::error, half_condition, nullptr},
+    {"result-unread", Severity::warning, result_unread, nullptr},
+    {"judged-again", Severity::error, judged_again, nullptr},
     {"action-value", Severity::error, action_value, nullptr},
     end_of_rules,
 };

@@ -164,7 +164,29 @@ std::string path_meant(const CommandAt &at, const std::string &path)
             if (!split.directory.empty())
                 paths.push_back(name + "/" + split.name);
     }
+    std::erase(paths, path);
     return nearest_word(path, paths);
+}
+
+// True when a command of this product makes the directory, or something in it, here or elsewhere.
+bool is_made_anywhere(const CommandAt &at, const std::string &directory)
+{
+    const auto lines = entries_of(at.survey.product.copy);
+    return std::any_of(lines.begin(), lines.end(), [&](const Line *line) {
+        const std::string path = line->command->type == MkDir
+                                     ? without_slash(at.survey.flow.path(line->command->source))
+                                     : "";
+        return path == directory || path.starts_with(directory + "/");
+    });
+}
+
+// A directory that this product makes, only not before this command.
+bool is_made_too_late(const CommandAt &at, const std::string &directory)
+{
+    const std::string section = folded(at.section);
+    return (section == "install" || section == "upgrade") && !directory.empty() &&
+           !at.disk.makes_at(directory) && !has_wildcard(directory) &&
+           is_made_anywhere(at, directory);
 }
 
 // Commands that must find something there.
@@ -188,7 +210,7 @@ void no_match(const CommandAt &at, Report &report)
     if (!needs_source_there(at) || path == "-" || at.command.not_ == nullptr)
         if (at.command.type != CpyIni && at.command.type != Rename)
             return;
-    if (path.empty() || path == "-" || at.disk.may_have(path))
+    if (path.empty() || path == "-" || (at.disk.may_have(path) && !is_made_too_late(at, path)))
         return;
     const std::string near = path_meant(at, path);
     // A directory of the product may hold what the product itself has written since, but not while
@@ -243,7 +265,7 @@ std::string directory_needed(const CommandAt &at)
 bool is_missing_directory(const CommandAt &at, const std::string &directory)
 {
     const Disk &disk = at.disk;
-    if (disk.is_file(directory))
+    if (disk.is_file(directory) || is_made_too_late(at, directory))
         return true;
     if (is_rooted(directory) || has_wildcard(directory) || disk.is_directory(directory) ||
         disk.makes_at(directory))
@@ -294,9 +316,26 @@ void removal_ends_flow(const CommandAt &at, Report &report)
                 " is not there, this fails and ends the flow: let \"Exist\" look first");
 }
 
+// Only the last component of a path is looked for as a pattern.
+void pattern_in_directory(const CommandAt &at, Report &report)
+{
+    const CType type = at.command.type;
+    const bool scans =
+        is_copy(at.command) || is_removal(at.command) || type == Chmod || type == Chown;
+    const bool is_odd = has_wildcard(split_path(source_of(at)).directory) ||
+                        (is_copy(at.command) && has_wildcard(split_path(dest_of(at)).directory));
+    if (scans && is_odd)
+        say(at, report,
+            "only the last component of a path is a pattern: the directory before it is "
+            "looked for as it is written");
+}
+
 void file_is_directory(const CommandAt &at, Report &report)
 {
     const std::string path = source_of(at);
+    if (at.command.type == CpyFile && !path.empty() && !has_wildcard(path) &&
+        at.disk.is_directory(path) && !is_separator(path.back()))
+        say(at, report, "\"CopyFile\" takes no directory: nothing is copied; \"CopyDir\"?");
     if (at.command.type == RmFile && !has_wildcard(path) && at.disk.is_directory(path) &&
         !is_separator(path.back()))
         say(at, report, "\"RmFile\" takes no directory: nothing is removed; \"RmDir\"?");
@@ -622,6 +661,7 @@ const Rule copy_rules[] = {
     {"exclusion-pieces", Severity::warning, nullptr, exclusion_pieces},
     {"no-match", Severity::error, nullptr, no_match},
     {"removal-ends-flow", Severity::error, nullptr, removal_ends_flow},
+    {"pattern-in-directory", Severity::error, nullptr, pattern_in_directory},
     {"file-is-directory", Severity::error, nullptr, file_is_directory},
     {"all-of-a-directory", Severity::error, nullptr, all_of_a_directory},
     {"unguarded-removal", Severity::warning, nullptr, unguarded_removal},

@@ -229,6 +229,16 @@ void answer_lost(Survey &survey, Report &report)
             is_asked_in(survey.product, section, mention.name) ||
             !told.insert(section + " " + mention.name).second)
             continue;
+        const auto install = entries_of(survey.product.copy, "install");
+        const auto note = std::find_if(install.begin(), install.end(), [&](const Line *line) {
+            return line->command->type == WFile && mention.name == line->command->dest;
+        });
+        if (note != install.end()) {
+            report.add(survey.product.copy, **note,
+                       quoted(mention.name) + " is noted here, and nothing reads the note back: [" +
+                           section + "] has the default");
+            continue;
+        }
         report.add(survey.product.copy, *mention.line,
                    "only [install] asks for " + quoted(mention.name) +
                        ", and nobody noted the answer down: here it has its default");

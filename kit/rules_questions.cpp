@@ -283,33 +283,42 @@ void default_stops(Survey &survey, Report &report)
     });
 }
 
-// Settings that a section looks at, in its steps, its commands and the templates that these fill
-// in.
-std::set<std::string> looked_at_in(const Survey &survey, const std::string &section)
+// Settings that a section looks at, in its steps, its commands and the texts that it fills in.
+// False when one of its templates cannot be read here.
+bool looked_at_in(const Survey &survey, const std::string &section, std::set<std::string> &names)
 {
-    std::set<std::string> names;
     for (const Mention &mention : survey.flow.mentions())
         if (mention.role != Role::target && mention.file->kind >= FileKind::questions &&
             section_of(*mention.file, *mention.line) == section)
             names.insert(mention.name);
-    for (const FilledText &text : survey.texts)
+    std::set<std::string> templates;
+    for (const Line *line : entries_of(survey.product.copy, section))
+        if (line->command->type == CpyIni)
+            templates.insert(survey.flow.path(line->command->source));
+    for (const FilledText &text : survey.texts) {
+        const bool is_filled = text.used ? templates.erase(text.name) > 0 : section == "install";
         for (const TemplateLine &line : text.lines)
-            for_each_reference(line.text.c_str(),
-                               [&](const Reference &reference) { names.insert(reference.name); });
-    return names;
+            for_each_reference(line.text.c_str(), [&](const Reference &reference) {
+                if (is_filled)
+                    names.insert(reference.name);
+            });
+    }
+    return templates.empty();
 }
 
 void unused_answer(Survey &survey, Report &report)
 {
     for_each_section(survey.product, [&](const std::string &section, const auto &lines) {
-        const std::set<std::string> names = looked_at_in(survey, section);
+        std::set<std::string> names;
+        if (!find_section(survey.product.copy, section) || !looked_at_in(survey, section, names))
+            return;
         for (const Line *line : lines)
-            if ((line->question->type & QYN) && is_asked(line->question->type) &&
-                !names.contains(line->question->setting) &&
-                find_section(survey.product.copy, section))
+            if (is_asked(line->question->type) && !names.contains(line->question->setting) &&
+                survey.flow.find(line->question->setting)->uses > 0)
                 report.add(survey.product.questions, *line,
                            "nothing in this section looks at the answer " +
-                               quoted(line->question->setting) + ": yes and no come to the same");
+                               quoted(line->question->setting) +
+                               ": whatever it is comes to the same");
     });
 }
 

@@ -201,6 +201,12 @@ void built_in(Survey &survey, Report &report)
                            " is a setting of the program's own, which is found first: this value "
                            "never counts");
     }
+    for (const Mention &mention : survey.flow.mentions())
+        if (mention.role == Role::target && mention.name != "action" &&
+            survey.flow.find(mention.name)->built_in)
+            report.add(*mention.file, *mention.line,
+                       quoted(mention.name) +
+                           " is a setting of the program's own, which nothing can change");
 }
 
 void repeated_setting(Survey &survey, Report &report)
@@ -218,6 +224,12 @@ void doubled_name(Survey &survey, Report &report)
         if (line->setting->value.starts_with(line->setting->name + " "))
             report.add(survey.product.data, *line,
                        "the value begins with the name of its own setting");
+    for (const Line *line : entries_of(survey.product.copy))
+        if (line->command->type == Error &&
+            text_of(line->command->dest).starts_with(text_of(line->command->source) + " "))
+            report.add(survey.product.copy, *line,
+                       "the message begins with the name of its own setting, " +
+                           quoted(line->command->source));
 }
 
 // No part of the program knows a home directory by "~".
