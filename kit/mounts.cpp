@@ -91,7 +91,7 @@ Mount read_mount(char *line)
     const unsigned long flags = flags_of(field[5]);
     return {.path = path,
             .type = type,
-            .flags = flags & ~MS_RDONLY,
+            .flags = flags & ~static_cast<unsigned long>(MS_RDONLY),
             .is_read_only = ((flags | flags_of(own_options ? own_options : "")) & MS_RDONLY) != 0,
             .place = open_mount(path, std::strtoul(field[0], nullptr, 10))};
 }
