@@ -24,6 +24,7 @@ import tempfile
 SECONDS = 20  # for one command
 GOAL = 95  # per cent of the mistakes that change a run
 FINDING = re.compile(r"(?m)^([^:\n]+):(\d+): (?:error|warning): (.*)$")
+QUOTED = re.compile(r'"[^"]*"|\$\([^)]*\)')
 WORD = re.compile(r"[\w.-]{2,}")
 MACHINE = """mkdir -m 755 dev usr root etc var; ln -s usr/bin usr/lib usr/lib64 .; chmod 755 .
 printf '%s\n' root:x:0:0::/root: www-data:x:33:33::/var: >etc/passwd
@@ -96,7 +97,8 @@ def findings(mistake):
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT).stdout
     named, others = [], []
     for file, line, text in FINDING.findall(said.decode("utf-8", "replace")):
-        hit = file == mistake.file and int(line) in numbers or words & set(WORD.findall(text))
+        things = WORD.findall(" ".join(QUOTED.findall(text)))
+        hit = file == mistake.file and int(line) in numbers or words.intersection(things)
         (named if hit else others).append(f"{file}:{line}: {text}")
     return named, others
 
