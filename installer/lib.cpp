@@ -900,17 +900,18 @@ Input read_input(char *buffer, int size)
 {
     const int before = errno;
     int c = input_ended() ? EOF : read_character();
-    if (c == EOF)
-        return std::ferror(stdin) ? Input::error : Input::end;
+    const bool at_end = c == EOF;
     int length = 0;
     for (; c != '\n' && c != EOF; c = read_character())
         if (length < size - 1)
             buffer[length++] = static_cast<char>(c);
-    buffer[length] = '\0';
+    if (!at_end)
+        buffer[length] = '\0';
     if (std::ferror(stdin))
         return Input::error;
+    // That it had to be waited for is no reason for what comes after.
     errno = before;
-    return Input::line;
+    return at_end ? Input::end : Input::line;
 }
 
 bool input_ended()

@@ -247,7 +247,7 @@ TEST_F(LibFiles, OpeningNeverWaitsAndClosingTellsWhatWasLost)
 
 // --- The terminal ---------------------------------------------------------------------------
 
-TEST(LibTerminal, AnInterruptedReadGoesOn)
+TEST(LibTerminal, AnInterruptedReadGoesOnAndIsNoReasonForAnything)
 {
     struct sigaction interrupt {};
     interrupt.sa_handler = [](int) {};
@@ -255,11 +255,12 @@ TEST(LibTerminal, AnInterruptedReadGoesOn)
     std::array<int, 2> ends;
     ASSERT_EQ(::pipe(ends.data()), 0);
     const pid_t typist = ::fork();
-    for (const char *text : {"ab", "c\n"})
+    for (const char *text : {"ab", "c\n", ""})
         if (typist == 0 && ::usleep(50'000) == 0 && ::write(ends[1], text, std::strlen(text)) < 0)
             ::_exit(1);
     if (typist == 0)
         ::_exit(0);
+    ::close(ends[1]);
     const int before = ::dup(STDIN_FILENO);
     ::dup2(ends[0], STDIN_FILENO);
     const itimerval often = {.it_interval = {0, 5'000}, .it_value = {0, 5'000}};
@@ -267,9 +268,12 @@ TEST(LibTerminal, AnInterruptedReadGoesOn)
     char line[line_size] = "";
     EXPECT_EQ(read_input(line, line_size), Input::line);
     EXPECT_STREQ(line, "abc");
+    errno = 0;
+    EXPECT_TRUE(read_input(line, line_size) == Input::end && errno == 0);
     const itimerval never = {};
     ::setitimer(ITIMER_REAL, &never, nullptr);
     ::dup2(before, STDIN_FILENO);
+    std::clearerr(stdin);
     EXPECT_EQ(::waitpid(typist, nullptr, 0), typist);
 }
 
