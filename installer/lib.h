@@ -19,11 +19,10 @@
 constexpr int path_size = 256;  // a path buffer
 constexpr int line_size = 1000; // a line, an answer, a value or a message
 
-// --- Memory and ownership
-// ------------------------------------------------------------------------------
+// --- Memory and ownership --------------------------------------------------------------------
 
 // Ends the program at once, with a word on standard error: what cannot be remembered must not be
-// taken for something that was never there. All but the growing of tables ends so.
+// taken for something that was never there. All but the growing of tables, and sadd, ends so.
 [[noreturn]] void out_of_memory();
 
 // Deletes through a module's own releasing function, which takes the address of the pointer.
