@@ -120,7 +120,8 @@ def one_file():
     subprocess.run(f"head -c {512 // SMALLER}M /dev/zero > big; mkdir out", shell=True, check=True)
     product(f"CopyFile {place}/big - {place}/out")
     compare("copy one file of 512 MiB", "rm -f out/big",
-            ["cp big out/big", "cp --reflink=never big out/big", "dd if=big of=out/big bs=8k status=none"], 9)
+            ["cp big out/big", "cp --reflink=never big out/big",
+             "dd if=big of=out/big bs=8k status=none"], 9)
     os.remove("big")
     shutil.rmtree("out")
 
