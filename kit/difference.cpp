@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <set>
 #include <utility>
 
@@ -219,7 +220,8 @@ class Comparison {
     {
         if (before.st_size != after.st_size)
             return true;
-        if (has_note(within, "metacopy", nullptr))
+        // Only its face was taken up, and of this very file: it was not renamed.
+        if (has_note(within, "metacopy", nullptr) && !has_note(within, "redirect", nullptr))
             return false;
         const Likeness likeness =
             compare_content(open_file(layer.lower, within), open_file(layer.merged, within));
@@ -407,16 +409,37 @@ const type_word &type_of(mode_t mode)
     return type_words[0];
 }
 
+// Names by number, each looked up once: a list has few owners and may have many lines.
+class Names {
+  public:
+    template <typename LookUp> const std::string &of(id_t id, LookUp look_up)
+    {
+        const auto [place, is_new] = known.try_emplace(id);
+        if (is_new)
+            place->second = look_up(id);
+        return place->second;
+    }
+
+  private:
+    std::map<id_t, std::string> known;
+};
+
 std::string owner_name(uid_t id)
 {
-    const passwd *user = ::getpwuid(id);
-    return user ? user->pw_name : std::to_string(id);
+    static Names names;
+    return names.of(id, [](uid_t each) {
+        const passwd *user = ::getpwuid(each);
+        return user ? user->pw_name : std::to_string(each);
+    });
 }
 
 std::string group_name(gid_t id)
 {
-    const group *found = ::getgrgid(id);
-    return found ? found->gr_name : std::to_string(id);
+    static Names names;
+    return names.of(id, [](gid_t each) {
+        const group *found = ::getgrgid(each);
+        return found ? found->gr_name : std::to_string(each);
+    });
 }
 
 std::string octal(mode_t mode)

@@ -402,13 +402,18 @@ std::vector<std::string> directories_of(const State &installed)
     return directories;
 }
 
+bool is_settings_file(const std::string &path)
+{
+    return std::ranges::any_of(settings_endings,
+                               [&](const char *ending) { return path.ends_with(ending); });
+}
+
 std::vector<std::string> settings_files(const State &installed)
 {
     std::vector<std::string> files;
     for (const auto &[path, difference] : installed)
         if (difference.change == Change::created && S_ISREG(difference.after.mode) &&
-            std::ranges::any_of(settings_endings,
-                                [&](const char *ending) { return path.ends_with(ending); }))
+            is_settings_file(path))
             files.push_back(path);
     return files;
 }
