@@ -268,6 +268,8 @@ void Judge::tell_deeds()
 void Judge::tell_rest(const char *what)
 {
     const size_t left = account.commands - account.begun;
+    if (left == 0)
+        return;
     remark(file(".cpy") + ": " + what + ": " + std::to_string(left) + " of " +
            std::to_string(account.commands) + " commands " + (left == 1 ? "was" : "were") +
            " not run");

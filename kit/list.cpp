@@ -2,10 +2,42 @@
 
 #include <cstdio>
 
+#include <unistd.h>
+
+#include "copy.h"
+#include "ini.h"
 #include "lib.h"
 #include "rules.h"
+#include "shared.h"
 
 namespace {
+
+// The settings of the data file, to fill in what refers to them.
+class Defaults {
+  public:
+    // Where the data file cannot be looked at from its own folder, texts stay as they are written.
+    explicit Defaults(const Product &product)
+    {
+        Owned<Ini, ini_free> settings(ini_init());
+        if (::chdir(product.folder.c_str()) == 0 &&
+            load_datfile(settings.get(), product.data.name.c_str()))
+            store = std::move(settings);
+        script->ini = store.get();
+    }
+    ~Defaults() { clear_datfile(); }
+    Defaults(const Defaults &) = delete;
+    Defaults &operator=(const Defaults &) = delete;
+
+    std::string filled(const char *text) const
+    {
+        const Text result(replace_vars(script.get(), text));
+        return result ? result.get() : text_of(text);
+    }
+
+  private:
+    Owned<Ini, ini_free> store;
+    Owned<copy, copy_free> script{copy_init(nullptr)};
+};
 
 // The word for a number in a table of words.
 template <typename Type>
@@ -26,10 +58,21 @@ std::string probe_condition(const init_item &probe)
     return "when " + quoted(probe.control) + " is exactly " + quoted(probe.compare);
 }
 
-std::string probe_text(const init_item &probe)
+// The first field takes what the second holds.
+bool goes_backwards(IItemMode mode)
 {
-    return word_of(init_word, init_word_mode, probe.mode) + " " + text_of(probe.a) + " -> " +
-           text_of(probe.b);
+    return mode == ICopy || mode == IWFile;
+}
+
+std::string probe_text(const init_item &probe, const Defaults &defaults)
+{
+    const std::string word = word_of(init_word, init_word_mode, probe.mode);
+    const std::string first = defaults.filled(probe.a);
+    const std::string second = text_of(probe.b);
+    if (probe.mode & IHTTP)
+        return word + " -> " + first + ", or true -> " + second;
+    return goes_backwards(probe.mode) ? word + " " + second + " -> " + first
+                                      : word + " " + first + " -> " + second;
 }
 
 std::string question_condition(const quest &question)
@@ -42,11 +85,11 @@ std::string question_condition(const quest &question)
                                 : "when " + control + " is true or has no value";
 }
 
-std::string question_text(const quest &question)
+std::string question_text(const quest &question, const Defaults &defaults)
 {
     const std::string word = word_of(quest_word, quest_word_type, question.type);
     const std::string setting = text_of(question.setting);
-    const std::string text = text_of(question.text);
+    const std::string text = defaults.filled(question.text);
     switch (question.type) {
     case QCopy:
         return word + " the value of " + quoted(text) + " to " + quoted(setting);
@@ -71,21 +114,24 @@ std::string command_condition(const copy_cmd &command)
                : "when " + control + " is true or has no value";
 }
 
-std::string command_text(const copy_cmd &command)
+std::string command_text(const copy_cmd &command, const Defaults &defaults)
 {
     std::string text = word_of(copy_word, copy_word_type, command.type);
+    const std::string source = defaults.filled(command.source);
+    const std::string destination = defaults.filled(command.dest);
     if (command.type == Error)
-        return text + " when " + quoted(text_of(command.source)) +
-               " is false: " + text_of(command.dest);
-    text += " " + text_of(command.source);
+        return text + " when " + quoted(source) + " is false: " + destination;
+    if (command.type == WFile)
+        return text + " " + destination + " -> " + source;
+    text += " " + source;
     if (command.dest)
-        text += " -> " + text_of(command.dest);
+        text += " -> " + destination;
     if (command.not_ && s_strcmp(command.not_, "-") != 0)
         text += ", but not " + text_of(command.not_);
     return text;
 }
 
-void print_line(const Line &line)
+void print_line(const Line &line, const Defaults &defaults)
 {
     std::string text;
     std::string condition;
@@ -93,37 +139,38 @@ void print_line(const Line &line)
         text = line.setting->name + " = " +
                (line.setting->value.empty() ? "(no value)" : line.setting->value);
     } else if (line.probe) {
-        text = probe_text(*line.probe);
+        text = probe_text(*line.probe, defaults);
         condition = probe_condition(*line.probe);
     } else if (line.question) {
-        text = question_text(*line.question);
+        text = question_text(*line.question, defaults);
         condition = question_condition(*line.question);
     } else if (line.command) {
-        text = command_text(*line.command);
+        text = command_text(*line.command, defaults);
         condition = command_condition(*line.command);
     }
     std::printf("%5d  %s%s%s\n", line.entry, text.c_str(), condition.empty() ? "" : ", ",
                 condition.c_str());
 }
 
-void print_entries(const ProductFile &file, const std::vector<const Line *> &lines)
+void print_entries(const ProductFile &file, const std::vector<const Line *> &lines,
+                   const Defaults &defaults)
 {
     for (const Line *line : lines)
         if (line->kind == LineKind::dropped)
             std::printf("    -  (line %u is dropped)\n", line->number);
         else if (line->kind == LineKind::entry)
-            print_line(*line);
+            print_line(*line, defaults);
     if (file.kind == FileKind::questions)
         std::printf("%5zu  (the end)\n", entries_of(file, section_of(file, *lines[0])).size());
 }
 
-void print_file(const ProductFile &file)
+void print_file(const ProductFile &file, const Defaults &defaults)
 {
     std::printf("%s\n", file.name.c_str());
-    print_entries(file, section_lines(file, ""));
+    print_entries(file, section_lines(file, ""), defaults);
 }
 
-bool print_section(const ProductFile &file, const std::string &name)
+bool print_section(const ProductFile &file, const std::string &name, const Defaults &defaults)
 {
     const Section *section = find_section(file, name);
     if (!section)
@@ -131,7 +178,7 @@ bool print_section(const ProductFile &file, const std::string &name)
     std::printf("%s [%s]\n", file.name.c_str(), section->name.c_str());
     const auto lines = section_lines(file, name);
     if (!lines.empty())
-        print_entries(file, lines);
+        print_entries(file, lines, defaults);
     return true;
 }
 
@@ -139,17 +186,18 @@ bool print_section(const ProductFile &file, const std::string &name)
 
 bool list_section(const Product &product, const std::string &section)
 {
+    const Defaults defaults(product);
     if (!section.empty()) {
-        const bool is_asked_for = print_section(product.questions, section);
-        return print_section(product.copy, section) || is_asked_for;
+        const bool is_asked_for = print_section(product.questions, section, defaults);
+        return print_section(product.copy, section, defaults) || is_asked_for;
     }
-    print_file(product.data);
-    print_file(product.init);
+    print_file(product.data, defaults);
+    print_file(product.init, defaults);
     for (const Section &one : product.questions.sections)
         if (one.is_read)
-            print_section(product.questions, one.name);
+            print_section(product.questions, one.name, defaults);
     for (const Section &one : product.copy.sections)
         if (one.is_read)
-            print_section(product.copy, one.name);
+            print_section(product.copy, one.name, defaults);
     return true;
 }
