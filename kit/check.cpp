@@ -190,7 +190,7 @@ void look_at_commands(Survey &survey, Report &report)
     for (const Section &section : survey.product.copy.sections) {
         if (!section.is_read || section.name.empty())
             continue;
-        Disk disk = disk_before(survey.product, survey.flow, survey.folder, section.name);
+        Disk disk = survey.disks.before(section.name);
         walk_section(survey.product, survey.flow, section.name, disk,
                      [&](const Line &line, const copy_cmd &command, const Disk &before) {
                          const CommandAt at = {.survey = survey,
@@ -213,7 +213,8 @@ std::vector<Finding> check_product(const Product &product, size_t &accepted)
 {
     const Flow flow(product);
     Folder folder(product);
-    Survey survey{.product = product, .flow = flow, .folder = folder, .texts = {}};
+    const Disks disks(product, flow, folder);
+    Survey survey{.product = product, .flow = flow, .folder = folder, .disks = disks, .texts = {}};
     add_texts(survey);
     Report report;
     for (unsigned number = 0; const Rule *rule = check_rule(number); number++)

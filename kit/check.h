@@ -40,6 +40,7 @@ struct Survey {
     const Product &product;
     const Flow &flow;
     Folder &folder;
+    const Disks &disks;
     std::vector<FilledText> texts; // templates, and the blurb last
 };
 

@@ -163,15 +163,17 @@ bool Disk::may_have(const std::string &path) const
     if (in_unknown)
         return true;
     if (is_in_folder(path))
-        return !folder.matches(path).empty();
+        return !folder->matches(path).empty();
     const std::string root = root_of(path);
     if (root == path || !makes_at(root))
         return true;
     // Another way to write the same unknown directory may lead there, too.
     const std::string references = references_of(path);
-    return std::none_of(all.begin(), all.end(), [&](const auto &one) {
-        return root_of(one.first) == root && references_of(one.first) == references;
-    });
+    for (auto place = all.lower_bound(root); place != all.end() && place->first.starts_with(root);
+         ++place)
+        if (root_of(place->first) == root && references_of(place->first) == references)
+            return false;
+    return true;
 }
 
 bool Disk::is_directory(const std::string &path) const
@@ -181,7 +183,7 @@ bool Disk::is_directory(const std::string &path) const
         return place->second.is_directory;
     if (!is_in_folder(clean))
         return false;
-    const auto entries = folder.matches(clean);
+    const auto entries = folder->matches(clean);
     return entries.size() == 1 && entries[0].name == split_path(clean).name &&
            entries[0].is_directory;
 }
@@ -199,7 +201,7 @@ void Disk::copy_tree(const std::string &from, const std::string &to, const Line 
     make(to, {.line = &line, .is_directory = true, .source = from});
     if (depth == deepest)
         return;
-    for (const FolderEntry &entry : std::vector(folder.list(joined_path(from, "")))) {
+    for (const FolderEntry &entry : std::vector(folder->list(joined_path(from, "")))) {
         if (wild_list(entry.name.c_str(), not_list))
             continue;
         const std::string source = joined_path(from, entry.name);
@@ -229,7 +231,7 @@ void Disk::apply_copy(const Line &line, const Flow &flow)
                  {.line = &line, .is_directory = false, .source = ""});
         return;
     }
-    for (const FolderEntry &entry : folder.matches(split.name.empty() ? source + "*" : source)) {
+    for (const FolderEntry &entry : folder->matches(split.name.empty() ? source + "*" : source)) {
         if (wild_ilist(entry.name.c_str(), exclusions(command)))
             continue;
         const std::string from = joined_path(split.directory, entry.name);
@@ -241,18 +243,27 @@ void Disk::apply_copy(const Line &line, const Flow &flow)
     }
 }
 
+void Disk::remove(const std::string &path)
+{
+    for (auto place = all.lower_bound(path); place != all.end() && place->first.starts_with(path);)
+        if (place->first == path || is_below(place->first, path))
+            place = all.erase(place);
+        else
+            ++place;
+}
+
 void Disk::rename(const std::string &from, const std::string &to, const Line &line,
                   bool for_certain)
 {
     std::map<std::string, Made> moved;
-    for (const auto &[path, what] : all)
-        if (path == from || is_below(path, from))
-            moved.emplace(to + path.substr(from.size()), what);
+    for (auto place = all.lower_bound(from); place != all.end() && place->first.starts_with(from);
+         ++place)
+        if (place->first == from || is_below(place->first, from))
+            moved.emplace(to + place->first.substr(from.size()), place->second);
     if (moved.empty())
         moved.emplace(to, Made{.line = &line, .is_directory = false, .source = ""});
     if (for_certain)
-        std::erase_if(
-            all, [&](const auto &one) { return one.first == from || is_below(one.first, from); });
+        remove(from);
     for (const auto &[path, what] : moved)
         put(path, what);
 }
@@ -284,9 +295,7 @@ void Disk::apply(const Line &line, const Flow &flow)
         if (!command.control)
             for (const std::string &path : found(source))
                 if (!wild_ilist(split_path(path).name.c_str(), exclusions(command)))
-                    std::erase_if(all, [&](const auto &one) {
-                        return one.first == path || is_below(one.first, path);
-                    });
+                    remove(path);
         break;
     default:
         break;
@@ -304,23 +313,57 @@ void walk_section(const Product &product, const Flow &flow, const std::string &s
     }
 }
 
-Disk disk_before(const Product &product, const Flow &flow, Folder &folder,
-                 const std::string &section)
+Disks::Disks(const Product &of, const Flow &with, Folder &in)
+    : fresh(in), installed(in), upgraded(in)
 {
-    Disk disk(folder);
-    for (const Line &line : product.init.lines)
-        if (line.kind == LineKind::entry && line.probe->mode == IWFile)
-            disk.make(flow.path(line.probe->a),
-                      {.line = &line, .is_directory = false, .source = ""});
     const auto nothing = [](const Line &, const copy_cmd &, const Disk &) {};
-    if (folded(section) == "install")
-        return disk;
-    walk_section(product, flow, "install", disk, nothing);
-    if (folded(section) != "upgrade") {
-        // What install has made is still there where upgrade would have taken it away.
-        Disk upgraded = disk;
-        walk_section(product, flow, "upgrade", upgraded, nothing);
-        disk.add(upgraded);
+    for (const Line &line : of.init.lines)
+        if (line.kind == LineKind::entry && line.probe->mode == IWFile)
+            fresh.make(with.path(line.probe->a),
+                       {.line = &line, .is_directory = false, .source = ""});
+    installed = fresh;
+    walk_section(of, with, "install", installed, nothing);
+    upgraded = installed;
+    walk_section(of, with, "upgrade", upgraded, nothing);
+    // What install has made is still there where upgrade would have taken it away.
+    upgraded.add(installed);
+    for (const Section &section : of.copy.sections) {
+        Disk disk = before(section.name);
+        walk_section(of, with, section.name, disk, nothing);
+        all_written.insert(disk.ever_made().begin(), disk.ever_made().end());
     }
-    return disk;
+    for (const std::string &path : all_written) {
+        const SplitPath split = split_path(path);
+        by_part[split.directory].push_back(path);
+        by_part[split.name].push_back(path);
+    }
+    for (const Line &line : of.copy.lines)
+        if (line.kind == LineKind::entry && line.command->type == MkDir)
+            directories.insert(without_end(with.path(line.command->source)));
+}
+
+const Disk &Disks::before(const std::string &section) const
+{
+    const std::string name = folded(section);
+    return name == "install" ? fresh : name == "upgrade" ? installed : upgraded;
+}
+
+std::vector<std::string> Disks::written_beside(const std::string &path) const
+{
+    std::vector<std::string> paths;
+    const SplitPath wanted = split_path(path);
+    const auto parts = std::count(path.begin(), path.end(), '/');
+    for (const std::string &part : {wanted.directory, wanted.name})
+        if (const auto found = by_part.find(part); found != by_part.end())
+            for (const std::string &one : found->second)
+                if (std::count(one.begin(), one.end(), '/') == parts)
+                    paths.push_back(one);
+    return paths;
+}
+
+bool Disks::makes_directory(const std::string &directory) const
+{
+    const auto below = directories.lower_bound(directory + "/");
+    return directories.contains(directory) ||
+           (below != directories.end() && is_below(*below, directory));
 }

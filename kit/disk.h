@@ -56,7 +56,7 @@ struct Made {
 
 class Disk {
   public:
-    explicit Disk(Folder &in) : folder(in) {}
+    explicit Disk(Folder &in) : folder(&in) {}
 
     // Runs a command on the model.
     void apply(const Line &line, const Flow &flow);
@@ -84,9 +84,10 @@ class Disk {
     void copy_tree(const std::string &from, const std::string &to, const Line &line,
                    const char *not_list, int depth);
     void apply_copy(const Line &line, const Flow &flow);
+    void remove(const std::string &path);
     void rename(const std::string &from, const std::string &to, const Line &line, bool for_certain);
 
-    Folder &folder;
+    Folder *folder; // not owned
     void put(const std::string &path, const Made &what);
 
     std::map<std::string, Made> all;
@@ -100,7 +101,26 @@ using CommandStep =
 void walk_section(const Product &product, const Flow &flow, const std::string &section, Disk &disk,
                   const CommandStep &step);
 
-// The model as a section finds it: what the probes write, and for every section but install what
-// install and upgrade have made.
-Disk disk_before(const Product &product, const Flow &flow, Folder &folder,
-                 const std::string &section);
+// The models of a product, each made once.
+class Disks {
+  public:
+    Disks(const Product &of, const Flow &with, Folder &in);
+
+    // As a section finds it: what the probes write, and for every section but install what install
+    // and upgrade have made.
+    const Disk &before(const std::string &section) const;
+
+    // Every path that any section makes at any time, and every directory that one is told to make.
+    const std::set<std::string> &written() const { return all_written; }
+    // Those of them that lie beside a path, or have its name in another directory.
+    std::vector<std::string> written_beside(const std::string &path) const;
+    bool makes_directory(const std::string &directory) const;
+
+  private:
+    Disk fresh;
+    Disk installed;
+    Disk upgraded;
+    std::set<std::string> all_written;
+    std::set<std::string> directories;
+    std::map<std::string, std::vector<std::string>> by_part; // written paths by directory and name
+};

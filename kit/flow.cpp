@@ -236,6 +236,8 @@ void Flow::build_settings()
         if (mention.role == Role::target)
             known[mention.name].setters.push_back(&mention);
     }
+    for (const auto &[name, setting] : known)
+        names.push_back(name);
     for (const Mention &mention : all_mentions)
         if (mention.role != Role::target)
             if (const auto found = known.find(mention.name); found != known.end())
@@ -257,19 +259,17 @@ const Setting *Flow::find(const std::string &name) const
 
 std::string Flow::nearest(const std::string &word) const
 {
-    std::vector<std::string> names;
-    for (const auto &[name, setting] : known)
-        names.push_back(name);
-    return nearest_word(word, names);
+    // Many unknown names in a large file are no misspelt ones.
+    constexpr size_t most_compared = 500'000;
+    compared += names.size();
+    return compared > most_compared ? "" : nearest_word(word, names);
 }
 
 std::string Flow::nearest_other(const std::string &name) const
 {
-    std::vector<std::string> names;
-    for (const auto &[other, setting] : known)
-        if (other != name)
-            names.push_back(other);
-    return nearest_word(name, names);
+    std::vector<std::string> others = names;
+    std::erase(others, name);
+    return nearest_word(name, others);
 }
 
 // --- The data file ---------------------------------------------------------------------------
@@ -309,9 +309,12 @@ const std::string &Flow::resolved(const std::string &name) const
     return found == resolved_values.end() ? none : found->second;
 }
 
-std::string Flow::path(const std::string &field) const
+const std::string &Flow::path(const std::string &field) const
 {
-    std::string result;
+    const auto [known_path, is_new] = paths.try_emplace(field);
+    std::string &result = known_path->second;
+    if (!is_new)
+        return result;
     const char *text = field.c_str();
     for_each_reference(field.c_str(), [&](const Reference &reference) {
         if (!reference.end)

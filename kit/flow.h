@@ -86,7 +86,7 @@ class Flow {
 
     // A path of the copy script with what is certain filled in: "$(current_dir)/" is left away, and
     // so is "./"; a setting that may have several values stays as its reference.
-    std::string path(const std::string &field) const;
+    const std::string &path(const std::string &field) const;
 
     // The value of a data line with its references filled in; those to built-in settings stay.
     const std::string &resolved(const std::string &name) const;
@@ -114,8 +114,11 @@ class Flow {
     std::vector<Mention> all_mentions;
     std::unordered_map<const Line *, std::vector<const Mention *>> by_line;
     std::map<std::string, Setting> known;
+    std::vector<std::string> names;                          // of all settings
+    mutable size_t compared = 0;                             // names, in search of one that is near
     std::unordered_map<std::string, std::string> data_names; // by the name in lower case
     std::map<std::string, std::string> resolved_values;
+    mutable std::unordered_map<std::string, std::string> paths; // those that were asked for
     std::unordered_map<const Line *, Seen> seen_at;
     std::unordered_map<const Line *, Seen> seen_at_load;
 };

@@ -168,25 +168,13 @@ std::string path_meant(const CommandAt &at, const std::string &path)
     return nearest_word(path, paths);
 }
 
-// True when a command of this product makes the directory, or something in it, here or elsewhere.
-bool is_made_anywhere(const CommandAt &at, const std::string &directory)
-{
-    const auto lines = entries_of(at.survey.product.copy);
-    return std::any_of(lines.begin(), lines.end(), [&](const Line *line) {
-        const std::string path = line->command->type == MkDir
-                                     ? without_slash(at.survey.flow.path(line->command->source))
-                                     : "";
-        return path == directory || path.starts_with(directory + "/");
-    });
-}
-
 // A directory that this product makes, only not before this command.
 bool is_made_too_late(const CommandAt &at, const std::string &directory)
 {
     const std::string section = folded(at.section);
     return (section == "install" || section == "upgrade") && !directory.empty() &&
            !at.disk.makes_at(directory) && !has_wildcard(directory) &&
-           is_made_anywhere(at, directory);
+           at.survey.disks.makes_directory(directory);
 }
 
 // Commands that must find something there.
@@ -636,8 +624,7 @@ void settings_overwritten(const CommandAt &at, Report &report)
         path = dest_of(at);
     else if (is_copy(at.command) && !has_wildcard(source_of(at)))
         path = without_slash(dest_of(at)) + "/" + split_path(source_of(at)).name;
-    const Disk installed =
-        disk_before(at.survey.product, at.survey.flow, at.survey.folder, "upgrade");
+    const Disk &installed = at.survey.disks.before("upgrade");
     if (!path.empty() && is_settings_file(path) && !installed.found(path).empty())
         say(at, report,
             "the upgrade writes the settings file " + quoted(path) +

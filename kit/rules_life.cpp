@@ -7,16 +7,6 @@
 
 namespace {
 
-struct Life {
-    explicit Life(Survey &of)
-        : survey(of), made(disk_before(of.product, of.flow, of.folder, "remove"))
-    {
-    }
-
-    Survey &survey;
-    Disk made; // what install and upgrade leave behind
-};
-
 std::string without_slash(std::string path)
 {
     while (path.size() > 1 && is_separator(path.back()))
@@ -24,35 +14,53 @@ std::string without_slash(std::string path)
     return path;
 }
 
-// True when a command of [remove] can take the path, whatever its condition.
-bool is_taken(const Survey &survey, const std::string &path)
-{
-    std::set<std::string> renamed; // directories that are removed under another name
-    for (const Line *line : entries_of(survey.product.copy, "remove")) {
-        const copy_cmd &command = *line->command;
-        const std::string source = without_slash(survey.flow.path(command.source));
-        const SplitPath pattern = split_path(survey.flow.path(command.source));
-        const std::string wild = pattern.name.empty() ? "*" : pattern.name;
-        const auto matches = [&](const std::string &one) {
-            return split_path(one).directory == pattern.directory &&
-                   wild_match(split_path(one).name.c_str(), wild.c_str());
-        };
-        if (command.type == Rename && (path == source || path.starts_with(source + "/")))
-            return true;
-        if (command.type == RmFile && matches(path))
-            return true;
-        if (command.type != RmDir)
-            continue;
-        for (std::string part = path; !part.empty();
-             part = without_slash(split_path(part).directory)) {
-            if (matches(part))
-                return true;
-            if (part == without_slash(split_path(part).directory))
-                break;
+// What the commands of [remove] can take, whatever their conditions.
+class Removals {
+  public:
+    explicit Removals(const Survey &survey)
+    {
+        for (const Line *line : entries_of(survey.product.copy, "remove")) {
+            const CType type = line->command->type;
+            const std::string path = survey.flow.path(line->command->source);
+            const SplitPath split = split_path(path);
+            if (type == Rename)
+                renamed.insert(without_slash(path));
+            else if (type == RmFile || type == RmDir)
+                patterns[split.directory].emplace_back(type, split.name.empty() ? "*" : split.name);
         }
     }
-    return false;
-}
+
+    // A directory that goes takes along what is in it.
+    bool take(const std::string &path) const
+    {
+        if (matches(path, RmFile))
+            return true;
+        for (std::string part = path; !part.empty();) {
+            if (matches(part, RmDir) || renamed.contains(part))
+                return true;
+            const std::string above = without_slash(split_path(part).directory);
+            if (above == part)
+                break;
+            part = above;
+        }
+        return false;
+    }
+
+  private:
+    bool matches(const std::string &path, CType type) const
+    {
+        const SplitPath split = split_path(path);
+        const auto found = patterns.find(split.directory);
+        return found != patterns.end() &&
+               std::any_of(found->second.begin(), found->second.end(), [&](const auto &pattern) {
+                   return pattern.first == type &&
+                          wild_match(split.name.c_str(), pattern.second.c_str());
+               });
+    }
+
+    std::map<std::string, std::vector<std::pair<CType, std::string>>> patterns; // by directory
+    std::set<std::string> renamed;
+};
 
 // A directory that a person chose among those that were there, or that is not the product's alone.
 bool is_shared(const Survey &survey, const std::string &path)
@@ -70,13 +78,13 @@ bool is_shared(const Survey &survey, const std::string &path)
 
 void never_removed(Survey &survey, Report &report)
 {
-    const Life life(survey);
     if (!find_section(survey.product.copy, "remove"))
         return;
+    const Removals removals(survey);
     std::set<const Line *> told;
-    for (const auto &[path, what] : life.made.made()) {
+    for (const auto &[path, what] : survey.disks.before("remove").made()) {
         const bool is_of_flow = what.line->command && !is_separator(path[0]);
-        if (!is_of_flow || is_taken(survey, path) || told.contains(what.line))
+        if (!is_of_flow || removals.take(path) || told.contains(what.line))
             continue;
         if (what.is_directory &&
             (what.line->command->type != MkDir || is_shared(survey, path) ||
@@ -90,42 +98,31 @@ void never_removed(Survey &survey, Report &report)
 
 // --- Notes -----------------------------------------------------------------------------------
 
-// Everything that a line of the product writes, by its path.
-std::set<std::string> written_paths(const Survey &survey)
+// The written path that one is probably meant for; "" when none is near.
+std::string near_path(const Survey &survey, const std::string &path)
 {
-    std::set<std::string> paths;
-    for (const Section &section : survey.product.copy.sections) {
-        Disk disk = disk_before(survey.product, survey.flow, survey.folder, section.name);
-        walk_section(survey.product, survey.flow, section.name, disk,
-                     [](const Line &, const copy_cmd &, const Disk &) {});
-        paths.insert(disk.ever_made().begin(), disk.ever_made().end());
-    }
-    return paths;
-}
-
-std::string near_path(const std::set<std::string> &paths, const std::string &path)
-{
-    return nearest_word(path, {paths.begin(), paths.end()});
+    return nearest_word(path, survey.disks.written_beside(path));
 }
 
 // True when the path is of this product and nothing writes or ships it.
-bool is_nowhere(const Survey &survey, const std::set<std::string> &written, const std::string &path)
+bool is_nowhere(const Survey &survey, const std::string &path)
 {
-    return !path.empty() && !is_separator(path[0]) && !written.contains(path) &&
+    return !path.empty() && !is_separator(path[0]) && !survey.disks.written().contains(path) &&
            !(is_in_folder(path) && !survey.folder.matches(path).empty());
 }
 
 void note_unwritten(Survey &survey, Report &report)
 {
-    const std::set<std::string> written = written_paths(survey);
     for (const Line *line : entries_of(survey.product.init)) {
         const init_item &probe = *line->probe;
         if (probe.mode != IRFile && probe.mode != IExist)
             continue;
         const std::string path = without_slash(survey.flow.path(probe.a));
-        const std::string near = near_path(written, path);
+        if (!is_nowhere(survey, path))
+            continue;
+        const std::string near = near_path(survey, path);
         const bool is_note = probe.mode == IRFile && is_in_folder(path);
-        if (is_nowhere(survey, written, path) && (is_note || !near.empty()))
+        if (is_note || !near.empty())
             report.add(
                 survey.product.init, *line,
                 "no command writes " + quoted(path) +
@@ -137,11 +134,10 @@ void note_unwritten(Survey &survey, Report &report)
 // The same for what commands and questions look for.
 void looked_for_nowhere(Survey &survey, Report &report)
 {
-    const std::set<std::string> written = written_paths(survey);
     const auto look = [&](const ProductFile &file, const Line &line, const char *field) {
         const std::string path = without_slash(survey.flow.path(field));
-        const std::string near = near_path(written, path);
-        if (is_nowhere(survey, written, path) && !near.empty())
+        const std::string near = is_nowhere(survey, path) ? near_path(survey, path) : "";
+        if (!near.empty())
             report.add(file, line,
                        "no command makes " + quoted(path) + ": it is never there" + meant(near));
     };
@@ -158,7 +154,7 @@ void looked_for_nowhere(Survey &survey, Report &report)
 // A product that reads some of its notes back means to read all that lie beside them.
 void note_unread(Survey &survey, Report &report)
 {
-    const std::set<std::string> written = written_paths(survey);
+    const std::set<std::string> &written = survey.disks.written();
     std::set<std::string> read;
     std::set<std::string> directories;
     const auto add = [&](const char *field, bool is_note) {

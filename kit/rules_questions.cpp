@@ -246,7 +246,7 @@ void default_refused(Survey &survey, Report &report)
             return;
         const std::string path = survey.flow.path(*text);
         const bool must_exist = (type & QExist) != 0;
-        const Disk disk = disk_before(survey.product, survey.flow, survey.folder, section);
+        const Disk &disk = survey.disks.before(section);
         if (must_exist && is_in_folder(path) && !disk.may_have(path) &&
             !disk.makes_at(reference_to(line.question->setting)))
             report.add(survey.product.questions, line,
@@ -324,7 +324,7 @@ void unused_answer(Survey &survey, Report &report)
 
 void never_empty_again(Survey &survey, Report &report)
 {
-    Disk installed = disk_before(survey.product, survey.flow, survey.folder, "upgrade");
+    const Disk &installed = survey.disks.before("upgrade");
     for_each_asked(survey, [&](const std::string &section, const Line &line, const Value &) {
         if (line.question->type != QDirEmpty || section == "install")
             return;
