@@ -41,20 +41,21 @@ std::string difference_of(const Face &expected, const Face &found, bool other_co
     return text;
 }
 
-// What an entry that differs from the machine in one of two states is in both of them.
-Deviation deviation_of(const std::string &path, const Difference *expected, const Difference *found)
+// What an entry is like in one state and in another. `either` is how it differs from the machine in
+// one of them; null: in that state it does not.
+Deviation deviation_of(const Difference &either, const Difference *expected,
+                       const Difference *found)
 {
-    const Face &wanted = expected ? expected->after : found->before;
-    const Face &there = found ? found->after : expected->before;
+    const Face &wanted = expected ? expected->after : either.before;
+    Face there = found ? found->after : either.before;
     if (there.mode == 0)
-        return {"lost", path, ""};
+        return {"lost", either.path, ""};
     if (wanted.mode == 0)
-        return {"left", path, ""};
-    const Difference *only = !expected ? found : !found ? expected : nullptr;
-    Face without_digest = there;
-    if (only)
-        without_digest.digest = wanted.digest;
-    return {"changed", path, difference_of(wanted, without_digest, only && only->other_content)};
+        return {"left", either.path, ""};
+    const bool in_both = expected && found;
+    if (!in_both)
+        there.digest = wanted.digest; // the machine's own has none
+    return {"changed", either.path, difference_of(wanted, there, !in_both && either.other_content)};
 }
 
 const Difference *find(const State &state, const std::string &path)
@@ -72,7 +73,7 @@ std::vector<Deviation> compare(const State &expected, const State &found)
         const Difference *wanted = find(expected, path);
         const Difference *there = find(found, path);
         if (!wanted || !there || wanted->after != there->after)
-            deviations.push_back(deviation_of(path, wanted, there));
+            deviations.push_back(deviation_of(difference, wanted, there));
     }
     return deviations;
 }

@@ -133,7 +133,7 @@ class Keeper {
     {
     }
 
-    // Never returns while there is something to do.
+    // Returns when its maker has ended, or when there can be no view.
     void run(bool in_user_namespace, uid_t user, gid_t group, const char *directory,
              const Scratch &scratch)
     {
@@ -171,6 +171,9 @@ class Keeper {
 
     void end_others()
     {
+        // Only the first process of a namespace may do that: to others it means the whole machine.
+        if (::getpid() != 1)
+            return;
         ::kill(-1, SIGKILL);
         while (::waitpid(-1, nullptr, 0) > 0 || errno == EINTR)
             continue;
