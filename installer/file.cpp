@@ -308,11 +308,17 @@ mode_t told_kind(const dirent &entry)
     return 0;
 }
 
+// 0 when it cannot be examined.
+mode_t examined_mode(int directory, const char *name, int flags)
+{
+    struct stat info {};
+    return ::fstatat(directory, name, &info, flags) == 0 ? info.st_mode : 0;
+}
+
 // The kind of an entry by another look at the disk; 0 when it cannot be examined.
 mode_t examined_kind(int directory, const char *name)
 {
-    struct stat info {};
-    return ::fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW) == 0 ? info.st_mode & S_IFMT : 0;
+    return examined_mode(directory, name, AT_SYMLINK_NOFOLLOW) & S_IFMT;
 }
 
 // Asked when something failed: whether the entry is one to pass over. Leaves errno alone.
@@ -398,8 +404,7 @@ int file_exist(const char *path)
 
 mode_t file_mode(const char *path)
 {
-    struct stat info {};
-    return path && ::stat(path, &info) == 0 ? info.st_mode : 0;
+    return path ? examined_mode(AT_FDCWD, path, 0) : 0;
 }
 
 namespace {
@@ -472,6 +477,8 @@ struct Source {
 
     bool is_link() const { return !entry || S_ISLNK(entry->kind); }
     bool is_gone() const { return entry && ::is_gone(directory, *entry); }
+    bool is_swapped() const { return entry && examined_kind(directory, name) != entry->kind; }
+    mode_t mode() const { return is_link() ? examined_mode(directory, name, 0) : entry->kind; }
 
     const char *path;
     int directory;
@@ -490,6 +497,12 @@ int open_file(int directory, const char *name, int flags)
 int open_source(const Source &src)
 {
     return open_file(src.directory, src.name, O_RDONLY | (src.is_link() ? 0 : O_NOFOLLOW));
+}
+
+bool opening_failed(const Source &src)
+{
+    file_error("Error opening '%s' for read", src.path);
+    return false;
 }
 
 void refuse_itself(const char *src)
@@ -539,6 +552,21 @@ struct Transfer {
     }
 };
 
+// Behind the end of a file that has become shorter, the page with its end reads as zeros. They were
+// never in the file: takes them out of the copy again.
+bool drop_zeros(const Transfer &copy, off_t &offset)
+{
+    struct stat info {};
+    if (::fstat(copy.from, &info) != 0 || info.st_size >= offset ||
+        offset - info.st_size >= ::sysconf(_SC_PAGESIZE))
+        return true;
+    if (copy.bytes)
+        *copy.bytes -= static_cast<unsigned long>(offset - info.st_size);
+    offset = info.st_size;
+    return (::ftruncate(copy.to, offset) == 0 && ::lseek(copy.to, offset, SEEK_SET) == offset) ||
+           copy.writing_failed();
+}
+
 // Copies the rest of a large file, but for its end, from where the system keeps it, which spares
 // moving it into a buffer first. Only the system looks into what is mapped: where the file has
 // become shorter or cannot be read, that fails the call and not the run, and reading goes on there
@@ -564,7 +592,8 @@ bool copy_windows(const Transfer &copy, off_t offset)
         if (!complete && mapped)
             return copy.writing_failed();
     }
-    return ::lseek(copy.from, offset, SEEK_SET) == offset || copy.reading_failed();
+    return drop_zeros(copy, offset) &&
+           (::lseek(copy.from, offset, SEEK_SET) == offset || copy.reading_failed());
 }
 
 bool copy_blocks(const Transfer &copy)
@@ -606,10 +635,8 @@ bool examine_source(const Source &src, const Descriptor &from, struct stat &info
         ::fstatat(src.directory, src.name, &info, 0);
         return true;
     }
-    if (::fstat(from.get(), &info) != 0) {
-        file_error("Error opening '%s' for read", src.path);
-        return false;
-    }
+    if (::fstat(from.get(), &info) != 0)
+        return opening_failed(src);
     if (!S_ISREG(info.st_mode))
         refuse_unreadable(src.path, info.st_mode);
     return S_ISREG(info.st_mode);
@@ -656,10 +683,8 @@ bool copy_content(const Source &src, Descriptor &opened, const char *dst, unsign
         return false;
     // A link may lead to what was just made.
     const Descriptor from(opened.is_open() ? opened.release() : open_source(src));
-    if (!from.is_open()) {
-        file_error("Error opening '%s' for read", src.path);
-        return false;
-    }
+    if (!from.is_open())
+        return opening_failed(src);
     const Transfer copy = {
         .from = from.get(), .to = to.get(), .src = src.path, .dst = dst, .bytes = bytes};
     if (!copy_blocks(copy))
@@ -675,7 +700,7 @@ constexpr int passed_over = -1;
 
 int try_copy(const Source &src, const char *dst, unsigned long *bytes)
 {
-    const mode_t mode = src.is_link() ? file_mode(src.path) : src.entry->kind;
+    const mode_t mode = src.mode();
     if (mode && !S_ISREG(mode)) {
         if (src.is_gone())
             return passed_over;
@@ -685,6 +710,9 @@ int try_copy(const Source &src, const char *dst, unsigned long *bytes)
     Descriptor from(open_source(src));
     if (!from.is_open() && src.is_gone())
         return passed_over;
+    // What has taken the place of the source is no reason to empty the destination.
+    if (!from.is_open() && src.is_swapped())
+        return opening_failed(src);
     return copy_content(src, from, dst, bytes);
 }
 
@@ -852,7 +880,7 @@ int remove_tree(const Scan &scan, const char *not_list)
     const int count = remove_level(level, not_list);
     const int gone = remove_entry(scan, AT_REMOVEDIR);
     if (gone == passed_over)
-        return count;
+        return count > 0 ? count : passed_over;
     tell(gone ? ok : fail, scan.entry()->path, nullptr, removed);
     return count + gone;
 }

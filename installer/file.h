@@ -189,8 +189,9 @@ int file_chown(const File *x, uid_t uid, gid_t gid);
 // --- Acting on the current entry of a scan ----------------------------------------------------
 //
 // As above, by the entry's own name in the open directory. What was no link when the scan met it is
-// not followed as one. An entry that has gone or cannot be examined any more is passed over: it is
-// neither told nor logged as an error, and costs a destination nothing.
+// not followed as one, but for the mode of what is no directory: not every system can leave a link
+// there alone. An entry that has gone or cannot be examined any more is passed over: it is neither
+// told nor logged as an error, and costs a destination nothing.
 
 // Copies the entry into the directory dst, over what is there: a file, or a directory with all in
 // it that matches no pattern of `not_list`. Returns the number of items made.

@@ -143,6 +143,26 @@ TEST_F(FileTest, AFailedCopyIsToldWithItsReason)
     EXPECT_EQ(joined(tree_of("w")), "e1=|e2=|x=content");
 }
 
+TEST_F(FileTest, WhatTookThePlaceOfASourceCostsTheCopyNothing)
+{
+    write_text("to/x", "old");
+    const std::pair<const char *, void (*)()> rows[] = {
+        {"", [] {}},
+        {"-from/x to/x", [] { fs::create_symlink("/etc/passwd", "from/x"); }},
+        {"-from/x to/x", [] { ASSERT_EQ(::mkfifo("from/x", 0666), 0); }},
+        {"-from/x to/x", [] { fs::create_directory("from/x"); }}};
+    for (const auto &[expected, take_place] : rows) {
+        write_text("from/x", "new");
+        const Scan scan("from", "*");
+        fs::remove("from/x");
+        take_place();
+        EXPECT_EQ(file_xcopy(scan, nullptr, "to", nullptr), 0);
+        EXPECT_EQ(news(), expected);
+        EXPECT_EQ(joined(tree_of("to")), "x=old");
+        fs::remove_all("from");
+    }
+}
+
 TEST_F(FileTest, AFileIsNotCopiedOrMovedOntoItself)
 {
     write_text("file", "kept");
