@@ -725,9 +725,9 @@ int copy_write_ini(pCopy x, unsigned index)
     if (!command || !command->source || !command->dest)
         return 0;
     // Opening the destination empties it: not a good thing to do for a template without content, or
-    // to one's own template.
+    // to one's own template. (The null device is an empty template.)
     const mode_t mode = file_mode(command->source);
-    if (S_ISDIR(mode) || S_ISFIFO(mode)) {
+    if (mode && !S_ISREG(mode) && !S_ISCHR(mode)) {
         errno = S_ISDIR(mode) ? EISDIR : ENOTSUP;
         cerror("Error reading ini file '%s'", command->source);
         return 0;
