@@ -478,6 +478,7 @@ struct Source {
     bool is_link() const { return !entry || S_ISLNK(entry->kind); }
     bool is_gone() const { return entry && ::is_gone(directory, *entry); }
     bool is_swapped() const { return entry && examined_kind(directory, name) != entry->kind; }
+    // Of what would be read; 0: nothing is known of it.
     mode_t mode() const { return is_link() ? examined_mode(directory, name, 0) : entry->kind; }
 
     const char *path;
