@@ -479,7 +479,10 @@ struct Source {
     bool is_gone() const { return entry && ::is_gone(directory, *entry); }
     bool is_swapped() const { return entry && examined_kind(directory, name) != entry->kind; }
     // Of what would be read; 0: nothing is known of it.
-    mode_t mode() const { return is_link() ? examined_mode(directory, name, 0) : entry->kind; }
+    mode_t mode() const
+    {
+        return entry && !is_link() ? entry->kind : examined_mode(directory, name, 0);
+    }
 
     const char *path;
     int directory;
