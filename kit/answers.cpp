@@ -110,10 +110,21 @@ void Filler::read_rows()
             row.wanted = value;
 }
 
+// What a question of the type stores when the value, which it has stored before, is its default.
+std::string stored_again(QType type, std::string value)
+{
+    if (type == QFileName)
+        return strip_ext(strip_path(value.data()));
+    if ((type & QDir) && is_separator(value.back()))
+        value.pop_back();
+    return value;
+}
+
 bool Filler::check_answer(const Step &answer)
 {
     std::string trimmed = answer.value;
     const std::string kept = s_strtrm(trimmed.data());
+    const QType type = answer.line->question->type;
     if (answer.is_cut)
         complain(answer.setting, "the log does not hold all of it");
     else if (is_built_in(answer.setting))
@@ -122,6 +133,8 @@ bool Filler::check_answer(const Step &answer)
         complain(answer.setting, "it is empty");
     else if (kept != answer.value)
         complain(answer.setting, "it begins or ends with a blank");
+    else if (const std::string again = stored_again(type, kept); again != kept)
+        complain(answer.setting, "as a default it would become '" + again + "'");
     else
         return true;
     return false;
