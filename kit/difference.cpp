@@ -340,6 +340,7 @@ std::string readable_path(const Descriptor &file)
 bool output_of(const std::vector<std::string> &words, std::string &output)
 {
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string &word : words)
         arguments.push_back(const_cast<char *>(word.c_str()));
     arguments.push_back(nullptr);

@@ -1,5 +1,6 @@
 #include "renames.h"
 
+#include <bit>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
@@ -135,7 +136,7 @@ std::string read_text_of(pid_t process, std::uint64_t address)
         const std::uint64_t from = address + text.size();
         const size_t size = step - from % step;
         iovec here = {piece, size};
-        iovec there = {reinterpret_cast<void *>(static_cast<std::uintptr_t>(from)), size};
+        iovec there = {std::bit_cast<void *>(static_cast<std::uintptr_t>(from)), size};
         const ssize_t got = ::process_vm_readv(process, &here, 1, &there, 1, 0);
         if (got <= 0)
             return "";

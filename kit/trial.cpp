@@ -58,7 +58,7 @@ std::string installed_program()
     std::string list = path ? path : "";
     while (!list.empty()) {
         const size_t end = std::min(list.find(':'), list.size());
-        const std::string program = child_path(list.substr(0, end), "product-install");
+        std::string program = child_path(list.substr(0, end), "product-install");
         if (is_program(program))
             return program;
         list.erase(0, end + 1);
@@ -139,7 +139,8 @@ std::string with_settings(const Subject &subject, const std::string &text, const
 {
     std::vector<std::string> lines = lines_of(text);
     for (const auto &[name, value] : run.settings) {
-        const std::string row = name + "  " + value + '\n';
+        std::string row = name;
+        row += "  " + value + '\n';
         bool is_there = false;
         for (const Line &line : subject.product.data.lines)
             if (line.kind == LineKind::entry && line.setting->name == name && !line.is_piece) {
