@@ -499,6 +499,22 @@ void not_executable(const CommandAt &at, Report &report)
                     "it executable");
 }
 
+// The system takes the carriage return for a part of the interpreter's name.
+void program_line_ends(const CommandAt &at, Report &report)
+{
+    const std::string source = source_of(at);
+    if (!is_copy(at.command) || !is_in_folder(source))
+        return;
+    for (const FolderEntry &entry : at.survey.folder.matches(source)) {
+        const std::string path = split_path(source).directory + entry.name;
+        std::vector<TemplateLine> lines;
+        if (!entry.is_directory && read_template(at.survey.product.path(path), lines) &&
+            !lines.empty() && lines[0].text.starts_with("#!") && lines[0].text.ends_with('\r'))
+            say(at, report,
+                quoted(path) + " has carriage returns before its line ends: it cannot be run");
+    }
+}
+
 void group_of_user(const CommandAt &at, Report &report)
 {
     const std::string owner = text_of(at.command.dest);
@@ -659,6 +675,7 @@ const Rule copy_rules[] = {
     {"directory-shut", Severity::error, nullptr, directory_shut},
     {"pages-executable", Severity::warning, nullptr, pages_executable},
     {"not-executable", Severity::warning, nullptr, not_executable},
+    {"program-line-ends", Severity::error, nullptr, program_line_ends},
     {"group-of-user", Severity::warning, nullptr, group_of_user},
     {"rfile-empties", Severity::error, nullptr, rfile_empties},
     {"own-file-moved", Severity::error, nullptr, own_file_moved},
