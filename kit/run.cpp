@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <set>
 #include <utility>
 
 #include <fcntl.h>
@@ -29,16 +30,18 @@ namespace {
 
 // --- Before the start ------------------------------------------------------------------------
 
-// The names of the products in the present directory.
+// The names of the products in the present directory, in order.
 std::string products_here()
 {
-    std::string names;
+    std::set<std::string> names;
     for (Scan scan(".", "*.dat"); scan.entry(); scan.next()) {
-        std::string name = scan.entry()->name;
-        name.resize(name.size() - std::strlen(".dat"));
-        names += (names.empty() ? "'" : ", '") + name + "'";
+        const std::string name = scan.entry()->name;
+        names.insert(name.substr(0, name.size() - std::strlen(".dat")));
     }
-    return names;
+    std::string text;
+    for (const std::string &name : names)
+        text += (text.empty() ? "'" : ", '") + name + "'";
+    return text;
 }
 
 // Why a program should not be started; "": it may.
@@ -88,10 +91,12 @@ class SignalKeeper {
         for (size_t at = 0; at < signals.size(); at++)
             keep(at);
     }
+    // What has come while the program ended was meant for it, and does not end us now.
     ~SignalKeeper()
     {
-        restore();
         the_child = 0;
+        ::sigprocmask(SIG_SETMASK, &mask, nullptr);
+        restore();
     }
     SignalKeeper(const SignalKeeper &) = delete;
     SignalKeeper &operator=(const SignalKeeper &) = delete;

@@ -167,6 +167,41 @@ def words(kit, scratch, _):
         assert ended.returncode == 125 and sentence in ended.stderr.decode(), ended
 
 
+# What a program does to an entry of its directory | what is said of it then
+FACES = r"""
+ln -s "$(printf 'to\376')" broken    | created  lrwxrwxrwx root root - broken -> to\xfe
+mkfifo "$(printf 'new\nline')"       | created  prw-r--r-- root root - new\012line
+mknod device c 1 3                   | created  crw-r--r-- root root 1,3 device
+chmod 1777 directory                 | changed  drwxrwxrwt root root - directory  (mode was 0755)
+chmod 6711 file1                     | changed  -rws--s--x root root 2 file1  (mode was 0644)
+chown 1:2 file2                      | changed  -rw-r--r-- daemon bin 2 file2  (owner was root:root)
+ln -sfn new link                     | changed  lrwxrwxrwx root root - link -> new  (target was old)
+echo other >file3                    | changed  -rw-r--r-- root root 6 file3  (content)
+echo b >file4                        | changed  -rw-r--r-- root root 2 file4  (content)
+rm file5; mkfifo file5               | changed  prw-r--r-- root root - file5  (type was file)
+rm file6; mkdir -m 644 file6         | changed  drw-r--r-- root root - file6  (type was file)
+ln -sfn no link2; ln -sfn old link2  |
+echo a >file7; touch -d @0 file7     |
+rm -r gone                           | removed  drwxr-xr-x root root - gone
+"""
+
+
+def faces(kit, scratch, _):
+    """Every kind of difference in words, and where nothing differs in the end none."""
+    rows = [row.split("|") for row in FACES.strip().splitlines()]
+    place = program(scratch / "faces", "\n".join(row[0] for row in rows))
+    for name in ("directory", "gone"):
+        (place / name).mkdir()
+    for name in ("link", "link2"):
+        (place / name).symlink_to("old")
+    for number in range(1, 8):
+        (place / f"file{number}").write_text("a\n")
+    shown = run(place, kit, "rehearse", "./work").stdout.decode("latin-1")
+    said = {re.sub(r" +", " ", line.replace(f"{place}/", "")) for line in shown.splitlines()[2:]}
+    wanted = {re.sub(r" +", " ", row[1].strip().replace(r"\xfe", "\xfe")) for row in rows} - {""}
+    assert said == wanted, said ^ wanted
+
+
 def corners(kit, scratch, _):
     """An ordinary user, with mounts below mounts, and where no namespaces may be made."""
     place = program(scratch / "corners", "echo 1 > mounted/new; echo 2 > mounted/below/new; "
@@ -259,7 +294,7 @@ def again(case, scratch, arguments):
     program(scratch / "probe", "exit 0")
     probe = run(scratch / "probe", *command[:command.index(PYTHON)], kit, "rehearse", "./work")
     reason = probe.stderr.decode()
-    if "no private view" in reason or (os.getuid() != 0 and case == "corners"):
+    if "no private view" in reason or (os.getuid() != 0 and case in ("faces", "corners")):
         print(f"skipped: {reason or 'only root can set this up'}")
         return 1 if os.environ.get("CI") == "true" else 77
     return subprocess.run(command, check=False).returncode
@@ -270,7 +305,7 @@ if sys.argv[1] == "--here":
     sys.dont_write_bytecode = True
     import trees
     cases = {"trees": random_trees, "flows": flows, "killed": killed, "words": words,
-             "corners": corners, "proofs": proofs}
+             "faces": faces, "corners": corners, "proofs": proofs}
     installer, examples = (pathlib.Path(path) for path in sys.argv[4:6])
     os.umask(0o22)
     work = directory / "work"
