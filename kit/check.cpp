@@ -245,7 +245,7 @@ const char *rule_page(const std::string &word)
 namespace {
 
 constexpr int status_found = 1;
-constexpr int status_unable = 2;
+constexpr int status_unable = check_unable;
 
 struct Options {
     bool strict = false;

@@ -1,5 +1,6 @@
 #include "kit.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -20,7 +21,7 @@ int run_help(int argc, char **argv);
 constexpr Subcommand subcommands[] = {
     {"check",
      "[--strict] [--json] [FOLDER [NAME]] | --list [SECTION [FOLDER [NAME]]] | --rules [RULE]",
-     "names the mistakes in a product before anything runs", kit_check},
+     "names the mistakes in a product before anything runs", kit_check, check_unable},
     {"run", "[--] PROGRAM [ARGUMENT ...]", "runs an installer and says what was not done", kit_run},
     {"explain", "[LOG]", "gives the account of the last run that a log holds", kit_explain},
     {"answers", "[LOG]", "prints the data file with the answers of that run", kit_answers},
@@ -58,6 +59,15 @@ int run_help(int argc, char **argv)
     return kit_done;
 }
 
+// What nobody could read is no result.
+int unless_lost(int status, const Subcommand &command)
+{
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return status;
+    unable("the output cannot be written: %s", std::strerror(errno));
+    return command.status_unable;
+}
+
 bool is_help(const char *word)
 {
     return std::strcmp(word, "--help") == 0 || std::strcmp(word, "-h") == 0;
@@ -83,7 +93,7 @@ int run_kit(int argc, char **argv)
         return unable("there is no subcommand '%s'; 'product-kit help' lists them", argv[1]);
     if (argc > 2 && is_help(argv[2]))
         return run_help(2, argv);
-    return command->run(argc - 1, argv + 1);
+    return unless_lost(command->run(argc - 1, argv + 1), *command);
 }
 
 int unable(const char *format, ...)

@@ -5,6 +5,7 @@
 // How a subcommand ends, beside the statuses of its own page in the manual.
 enum KitStatus : int {
     kit_done = 0,
+    check_unable = 2, // the same as below, of check, which has no program's status to tell
     kit_unable = 125, // it could not be judged, looked at or started; one sentence says why
 };
 
@@ -15,6 +16,7 @@ struct Subcommand {
     const char *purpose;   // one line for the overview
     // Called with argv[0] being the word itself; the result is the exit status.
     int (*run)(int argc, char **argv);
+    int status_unable = kit_unable; // how it ends where its output cannot be written
 };
 
 // The subcommands by number, null behind the last: the manual is checked against them.
