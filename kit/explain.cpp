@@ -70,7 +70,7 @@ bool read_record(const std::string &log, RunRecord &record, std::string &problem
 bool read_last_run(const char *log, LastRun &run, std::string &problem)
 {
     run.log = log ? log : only_log(problem);
-    if (run.log.empty() || !read_record(run.log, run.record, problem))
+    if ((!log && run.log.empty()) || !read_record(run.log, run.record, problem))
         return false;
     std::string unused;
     run.has_product =

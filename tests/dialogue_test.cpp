@@ -93,14 +93,33 @@ std::string told_by_kit(const std::vector<std::string> &words, const std::string
            std::to_string(session.status) + "\n";
 }
 
+std::vector<std::string> words_of(const std::string &text)
+{
+    std::istringstream line(text);
+    return {std::istream_iterator<std::string>(line), {}};
+}
+
+// Each line is a command line and what the kit says to it, and nothing here is changed by it.
+void expect_refusals(const std::string &status, const std::string &rows)
+{
+    const std::vector<std::string> before = tree_of(".");
+    std::istringstream lines(rows);
+    for (std::string row; std::getline(lines, row);) {
+        const size_t arrow = row.find("=> ");
+        EXPECT_EQ(told_by_kit(words_of(row.substr(0, arrow)), ""),
+                  row.substr(arrow + 3) + "\nstatus " + status + "\n")
+            << row;
+    }
+    EXPECT_TRUE(tree_of(".") == before);
+}
+
 // Does what a section of a dialogue's file says; its text is what stands below its title.
 void follow(const std::string &title, std::string text)
 {
     static std::string last;
-    std::istringstream line(title);
-    std::string verb;
-    line >> verb;
-    const std::vector<std::string> words(std::istream_iterator<std::string>(line), {});
+    std::vector<std::string> words = words_of(title);
+    const std::string verb = words.at(0);
+    words.erase(words.begin());
     if (text.ends_with("~\n"))
         text.resize(text.size() - 2);
     if (verb == "file")
@@ -119,6 +138,8 @@ void follow(const std::string &title, std::string text)
         only_root();
     else if (verb == "kit")
         last = told_by_kit(words, text);
+    else if (verb == "refused")
+        expect_refusals(words.at(0), text);
     else if (verb == "shows")
         EXPECT_EQ(last, text);
     else if (verb == "logged")
@@ -158,8 +179,9 @@ TEST_P(WrittenDown, GoesWordForWord)
 
 INSTANTIATE_TEST_SUITE_P(Dialogue, WrittenDown,
                          ::testing::Values("menu", "options", "missing", "steps", "answers", "end",
-                                           "outcome", "streams", "account", "repeat", "prompts",
-                                           "commands", "trees", "harm", "results", "owners"),
+                                           "outcome", "streams", "account", "repeat", "refused",
+                                           "follow", "check", "prompts", "commands", "trees",
+                                           "harm", "results", "owners"),
                          [](const auto &chosen) { return std::string(chosen.param); });
 
 // --- Dialogues that need more than text ---------------------------------------------------------
