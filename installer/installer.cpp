@@ -434,19 +434,19 @@ enum menu_choice : int {
 
 // What can be chosen.
 struct menu_entry {
-    menu_choice choice;
     const char *word;     // null: not shown, as it is meant for -special
     int (*run)(Ini *ini); // null: the run is over
+    menu_choice choice;
     bool leads_back;      // to the menu, when the flow is left with "q"
     bool ends_with_blurb;
 };
 
 constexpr menu_entry menu_entries[] = {
-    {choose_install, flows[0].title, install_product, true, true},
-    {choose_upgrade, flows[1].title, upgrade_product, true, false},
-    {choose_remove, flows[2].title, remove_product, true, false},
-    {choose_exit, "Exit", nullptr, false, false},
-    {choose_special, nullptr, do_special, false, false},
+    {flows[0].title, install_product, choose_install, true, true},
+    {flows[1].title, upgrade_product, choose_upgrade, true, false},
+    {flows[2].title, remove_product, choose_remove, true, false},
+    {"Exit", nullptr, choose_exit, false, false},
+    {nullptr, do_special, choose_special, false, false},
 };
 
 } // namespace

@@ -65,10 +65,10 @@ Descriptor open_mount(const std::string &path, unsigned long number)
 {
     Descriptor place(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct statx info {};
-    if (place.is_open() && (::statx(place.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &info) != 0 ||
-                            info.stx_mnt_id != number))
-        place.close();
-    return place;
+    const bool leads_there = place.is_open() &&
+                             ::statx(place.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &info) == 0 &&
+                             info.stx_mnt_id == number;
+    return leads_there ? std::move(place) : Descriptor();
 }
 
 // number parent device root path options [tags ...] - type source options

@@ -8,6 +8,10 @@ unset CDPATH
 root=$(cd -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/.." && pwd)
 list_packages=
 
+# What both programs are built with.
+# shellcheck disable=SC2034 # used by the scripts
+build_packages=(g++ cmake make nlohmann-json3-dev)
+
 # Answers --help and --packages, and refuses what the script's help does not name.
 check_arguments() {
     local help usage argument
