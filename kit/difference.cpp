@@ -9,8 +9,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <grp.h>
-#include <pwd.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -18,7 +16,9 @@
 #include <nlohmann/json.hpp>
 
 #include "directory.h"
+#include "foreign.h"
 #include "mounts.h"
+#include "names.h"
 
 // --- Looking at entries ----------------------------------------------------------------------
 
@@ -118,7 +118,9 @@ class Comparison {
         struct stat now {};
         if (!look(layer.merged, ".", now))
             return;
-        judge(".", &layer.root, &now);
+        struct stat root = layer.root;
+        keep_group(root, now);
+        judge(".", &root, &now);
         if (layer.is_frame)
             compare_frame();
         else
@@ -130,6 +132,26 @@ class Comparison {
     std::vector<std::string> said;
 
   private:
+    // The view's own root is the user's, whatever group it has in reality; once a program has given
+    // it another one, there is no note any more.
+    void keep_group(struct stat &root, const struct stat &now) const
+    {
+        struct stat lower {};
+        if (noted_group(".", now.st_gid) != now.st_gid)
+            root.st_gid = noted_group(".", now.st_gid);
+        else if (look(layer.lower, ".", lower) && lower.st_uid == root.st_uid)
+            root.st_gid = lower.st_gid;
+    }
+
+    // What was made anew in the user's name has its real group in a note.
+    gid_t noted_group(const std::string &within, gid_t otherwise) const
+    {
+        if (prefix.starts_with("trusted"))
+            return otherwise;
+        return noted(descriptor_path(layer.upper.get()) + '/' + within, group_note)
+            .value_or(otherwise);
+    }
+
     std::string path_of(const std::string &within) const
     {
         return within == "." ? layer.path : child_path(layer.path, within);
@@ -243,6 +265,8 @@ class Comparison {
                                  .other_content = false,
                                  .layer = layer_number,
                                  .within = within};
+        if (after)
+            difference.after.group = noted_group(within, after->st_gid);
         if (before && after && S_ISREG(before->st_mode) && S_ISREG(after->st_mode))
             difference.other_content = has_other_content(within, *before, *after);
         if (difference.before == difference.after && !difference.other_content)
@@ -408,39 +432,6 @@ const type_word &type_of(mode_t mode)
         if ((mode & S_IFMT) == each.type)
             return each;
     return type_words[0];
-}
-
-// Names by number, each looked up once: a list has few owners and may have many lines.
-class Names {
-  public:
-    template <typename LookUp> const std::string &of(id_t id, LookUp look_up)
-    {
-        const auto [place, is_new] = known.try_emplace(id);
-        if (is_new)
-            place->second = look_up(id);
-        return place->second;
-    }
-
-  private:
-    std::map<id_t, std::string> known;
-};
-
-std::string owner_name(uid_t id)
-{
-    static Names names;
-    return names.of(id, [](uid_t each) {
-        const passwd *user = ::getpwuid(each);
-        return user ? user->pw_name : std::to_string(each);
-    });
-}
-
-std::string group_name(gid_t id)
-{
-    static Names names;
-    return names.of(id, [](gid_t each) {
-        const group *found = ::getgrgid(each);
-        return found ? found->gr_name : std::to_string(each);
-    });
 }
 
 std::string octal(mode_t mode)

@@ -1,11 +1,12 @@
 #include "renames.h"
 
-#include <bit>
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include <fcntl.h>
 #include <linux/audit.h>
@@ -15,10 +16,10 @@
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 
 #include "channel.h"
 #include "directory.h"
+#include "foreign.h"
 #include "mounts.h"
 
 // --- Catching renames ------------------------------------------------------------------------
@@ -77,6 +78,7 @@ std::vector<sock_filter> rename_filter()
             filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
         }
     }
+    add_touches(filter);
     filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     return filter;
 }
@@ -115,74 +117,12 @@ void RenameHelper::take_over()
 
 // One rename, as the program asked for it.
 struct RenameCall {
-    struct Name {
-        Descriptor parent;
-        std::string leaf;
-    };
-    Name from;
-    Name to;
+    CalledName from;
+    CalledName to;
     unsigned flags = 0;
 };
 
 namespace {
-
-// A text in the memory of another process; "" when it cannot be read.
-std::string read_text_of(pid_t process, std::uint64_t address)
-{
-    constexpr size_t step = 256; // never over the end of a page
-    std::string text;
-    while (text.size() < PATH_MAX) {
-        char piece[step];
-        const std::uint64_t from = address + text.size();
-        const size_t size = step - from % step;
-        iovec here = {piece, size};
-        iovec there = {std::bit_cast<void *>(static_cast<std::uintptr_t>(from)), size};
-        const ssize_t got = ::process_vm_readv(process, &here, 1, &there, 1, 0);
-        if (got <= 0)
-            return "";
-        const size_t length = ::strnlen(piece, static_cast<size_t>(got));
-        text.append(piece, length);
-        if (length < static_cast<size_t>(got))
-            return text;
-    }
-    return "";
-}
-
-// Where there is no /proc of our own, processes have other numbers in it than among us.
-bool has_own_proc()
-{
-    char text[32] = "";
-    return ::readlink("/proc/self", text, sizeof text - 1) > 0 &&
-           std::to_string(::getpid()) == text;
-}
-
-// The directory that a program means by a descriptor.
-Descriptor directory_of(pid_t process, int descriptor)
-{
-    std::string path = "/proc/" + std::to_string(process);
-    if (descriptor == AT_FDCWD)
-        path = has_own_proc() ? path + "/cwd" : ".";
-    else
-        path += "/fd/" + std::to_string(descriptor);
-    return Descriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
-}
-
-RenameCall::Name read_name(pid_t process, int descriptor, std::uint64_t address)
-{
-    std::string path = read_text_of(process, address);
-    const bool is_whole = path.starts_with('/');
-    while (path.size() > 1 && path.ends_with('/'))
-        path.pop_back();
-    const size_t divider = path.rfind('/');
-    const std::string parent = divider == std::string::npos ? "."
-                               : divider == 0               ? "/"
-                                                            : path.substr(0, divider);
-    const std::string leaf = divider == std::string::npos ? path : path.substr(divider + 1);
-    const Descriptor start = is_whole ? Descriptor() : directory_of(process, descriptor);
-    return {.parent =
-                Descriptor(::openat(start.get(), parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
-            .leaf = leaf};
-}
 
 RenameCall read_call(const seccomp_notif &notice)
 {
@@ -253,6 +193,14 @@ bool move_link(int from, const char *name, int to, const char *new_name)
     return ::symlinkat(target, to, new_name) == 0;
 }
 
+// Whose group it is in reality goes along.
+void copy_note(int from, const char *name, int to, const char *new_name)
+{
+    const std::string target = descriptor_path(to) + '/' + new_name;
+    if (const auto group = noted(descriptor_path(from) + '/' + name, group_note))
+        note_owner(target, {.user = ::geteuid(), .group = *group});
+}
+
 // Makes the entry anew in the other place and removes the old one.
 bool move(int from, const char *name, int to, const char *new_name)
 {
@@ -270,6 +218,8 @@ bool move(int from, const char *name, int to, const char *new_name)
                       : S_ISREG(info.st_mode) ? move_content(from, name, to, new_name, mode)
                       : S_ISLNK(info.st_mode) ? move_link(from, name, to, new_name)
                                               : ::mknodat(to, new_name, info.st_mode, 0) == 0;
+    if (made && !S_ISLNK(info.st_mode))
+        copy_note(from, name, to, new_name);
     const timespec times[] = {info.st_atim, info.st_mtim};
     return made && ::utimensat(to, new_name, times, AT_SYMLINK_NOFOLLOW) == 0 &&
            ::unlinkat(from, name, S_ISDIR(info.st_mode) ? AT_REMOVEDIR : 0) == 0;
@@ -299,7 +249,8 @@ bool move_to_place(const RenameCall &call)
 
 // --- Answering -------------------------------------------------------------------------------
 
-RenameHelper::RenameHelper(const std::vector<Layer> &layers)
+RenameHelper::RenameHelper(const std::vector<Layer> &layers, AskOwner ask, std::set<gid_t> groups)
+    : watch(std::move(ask), std::move(groups))
 {
     struct stat info {};
     for (const Layer &layer : layers)
@@ -307,9 +258,18 @@ RenameHelper::RenameHelper(const std::vector<Layer> &layers)
             origins[mount_of(layer.merged)] = info.st_dev;
 }
 
+std::vector<std::string> RenameHelper::take_failures()
+{
+    std::vector<std::string> all = std::exchange(failures, {});
+    std::ranges::move(watch.take_failures(), std::back_inserter(all));
+    return all;
+}
+
 // 0, or the reason why the machine would not rename.
 int RenameHelper::rename(const RenameCall &call)
 {
+    if (const int error = watch.judge_rename(call.from, call.to))
+        return error;
     if (::syscall(SYS_renameat2, call.from.parent.get(), call.from.leaf.c_str(),
                   call.to.parent.get(), call.to.leaf.c_str(), call.flags) == 0)
         return 0;
@@ -335,13 +295,23 @@ void RenameHelper::answer()
     seccomp_notif notice{};
     if (::ioctl(calls.get(), SECCOMP_IOCTL_NOTIF_RECV, &notice) != 0)
         return;
-    const RenameCall call = read_call(notice);
     seccomp_notif_resp response{};
     response.id = notice.id;
+    if (ForeignWatch::is_touch(notice))
+        response.error = -watch.judge(notice);
+    else
+        answer_rename(notice, response);
+    if (response.error == 0 && ForeignWatch::is_touch(notice))
+        response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+    ::ioctl(calls.get(), SECCOMP_IOCTL_NOTIF_SEND, &response);
+}
+
+void RenameHelper::answer_rename(const seccomp_notif &notice, seccomp_notif_resp &response)
+{
+    const RenameCall call = read_call(notice);
     if (!call.from.parent.is_open() || !call.to.parent.is_open() || !is_name(call.from.leaf) ||
         !is_name(call.to.leaf))
         response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
     else
         response.error = -rename(call);
-    ::ioctl(calls.get(), SECCOMP_IOCTL_NOTIF_SEND, &response);
 }

@@ -12,34 +12,40 @@
 #include <sys/types.h>
 
 #include "descriptor.h"
+#include "foreign.h"
 #include "tree.h"
 
 struct RenameCall;
 
 class RenameHelper {
   public:
-    explicit RenameHelper(const std::vector<Layer> &layers);
+    RenameHelper(const std::vector<Layer> &layers, AskOwner ask, std::set<gid_t> groups);
 
     // Before a fork; false with errno set.
     bool prepare();
 
-    // In the child: from now on its renames, and those of its children, wait for an answer. False
-    // with errno set.
+    // In the child: from now on what it and its children rename or change waits for an answer.
+    // False with errno set.
     bool begin();
 
-    // In the parent, after the fork; then `descriptor` is readable when a rename waits.
+    // In the parent, after the fork; then `descriptor` is readable when one waits.
     void take_over();
     int descriptor() const { return calls.get(); }
     void answer();
 
     // What could not be done as on the machine, a sentence each; they are taken.
-    std::vector<std::string> take_failures() { return std::exchange(failures, {}); }
+    std::vector<std::string> take_failures();
+
+    // The paths of what could not be changed because of its owner or group; they are taken.
+    std::set<std::string> take_foreign() { return watch.take_found(); }
 
   private:
     int rename(const RenameCall &call);
+    void answer_rename(const seccomp_notif &notice, seccomp_notif_resp &response);
 
     std::map<std::uint64_t, dev_t> origins; // a mount of the view, and the device it covers
     Descriptor ends[2];
     Descriptor calls;
     std::vector<std::string> failures;
+    ForeignWatch watch;
 };

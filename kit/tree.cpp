@@ -35,14 +35,6 @@ bool may(const Descriptor &directory, int what)
     return ::access(descriptor_path(directory.get()).c_str(), what) == 0 || errno == EROFS;
 }
 
-// The numbers do not tell: those of others are all shown as nobody's.
-bool is_owner(const Descriptor &directory)
-{
-    const Descriptor opened(::open(descriptor_path(directory.get()).c_str(),
-                                   O_RDONLY | O_DIRECTORY | O_NOATIME | O_CLOEXEC));
-    return opened.is_open() || errno != EPERM;
-}
-
 // The bits of a mode that let somebody do what the user may not.
 mode_t refused_bits(const Descriptor &directory)
 {
@@ -52,20 +44,6 @@ mode_t refused_bits(const Descriptor &directory)
         if (!may(directory, what))
             bits |= for_everybody * static_cast<mode_t>(what);
     return bits;
-}
-
-// Gives a directory of ours the face of the machine's. Only root can give it the owner as well:
-// others must not be let in because it is their own.
-void resemble(const Descriptor &ours, const Descriptor &original)
-{
-    struct stat info {};
-    if (::fstat(original.get(), &info) != 0)
-        return;
-    const std::string path = descriptor_path(ours.get());
-    static_cast<void>(!::chown(path.c_str(), info.st_uid, info.st_gid));
-    ::chmod(path.c_str(), info.st_mode & 07777 & ~refused_bits(original));
-    const timespec times[] = {info.st_atim, info.st_mtim};
-    ::utimensat(AT_FDCWD, path.c_str(), times, 0);
 }
 
 Notes possible_notes(const Descriptor &room)
@@ -110,6 +88,22 @@ bool PrivateTree::fail(const std::string &what)
     return false;
 }
 
+// Gives a directory of ours the face of the machine's. Only root can give it the owner as well:
+// others must not be let in because it is their own.
+void PrivateTree::resemble(const Descriptor &ours, const Descriptor &original) const
+{
+    struct stat info {};
+    if (::fstat(original.get(), &info) != 0)
+        return;
+    const std::string path = descriptor_path(ours.get());
+    if (notes == Notes::user)
+        note_owner(path, ask_owner(original));
+    static_cast<void>(!::chown(path.c_str(), info.st_uid, info.st_gid));
+    ::chmod(path.c_str(), info.st_mode & 07777 & ~refused_bits(original));
+    const timespec times[] = {info.st_atim, info.st_mtim};
+    ::utimensat(AT_FDCWD, path.c_str(), times, 0);
+}
+
 bool PrivateTree::prepare(const Scratch &scratch)
 {
     if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
@@ -144,8 +138,10 @@ bool PrivateTree::prepare(const Scratch &scratch)
     return true;
 }
 
-bool PrivateTree::build(const Scratch &scratch, const std::string &working_directory)
+bool PrivateTree::build(const Scratch &scratch, const std::string &working_directory, AskOwner ask)
 {
+    working = working_directory;
+    ask_owner = std::move(ask);
     if (!prepare(scratch))
         return false;
     if (mounts.front().path != "/") {
@@ -156,7 +152,7 @@ bool PrivateTree::build(const Scratch &scratch, const std::string &working_direc
         if (mount.place.is_open() && !cover(mount))
             return false;
     if (notes == Notes::user)
-        hold_shared("/", shared_depth, working_directory);
+        hold_shared("/", shared_depth);
     if (layers.empty()) {
         errno = EROFS;
         return fail("there is nothing that can be written");
@@ -264,6 +260,8 @@ bool PrivateTree::overlay(const Mount &mount, const std::string &path, const Des
                    .is_frame = false};
     const Descriptor work = make_numbered("work");
     resemble(layer.upper, lower);
+    if (notes == Notes::user && path == working)
+        make_anew(lower, layer.upper, ask_owner);
     if (!mount_overlay(mount, layer, work, place))
         return false;
     layer.merged = place_of(path);
@@ -346,20 +344,20 @@ const Mount *PrivateTree::mount_of(const std::string &path) const
 
 // In a user namespace an overlay takes up nothing of others, not even a directory of theirs in
 // which the user may write. With an overlay of its own such a directory need not be taken up. They
-// are looked for where people share files: near the root, and above the working directory.
-void PrivateTree::hold_shared(const std::string &path, int depth,
-                              const std::string &working_directory)
+// are looked for where people share files: near the root, and above the working directory, below
+// which all is made anew that is the user's but has another group.
+void PrivateTree::hold_shared(const std::string &path, int depth)
 {
     const Directory entries = open_list(AT_FDCWD, path.c_str());
     while (const dirent *entry = next_entry(entries)) {
         const std::string below = child_path(path, entry->d_name);
-        const bool leads_on = depth > 1 || is_below(working_directory, below);
+        const bool leads_on = depth > 1 || is_below(working, below);
         const Mount *mount = mount_of(below);
         if (entry->d_type != DT_DIR || is_pseudo(*mount) || mount->is_read_only)
             continue;
         hold_if_shared(*mount, below);
         if (leads_on)
-            hold_shared(below, depth - 1, working_directory);
+            hold_shared(below, depth - 1);
     }
 }
 
@@ -369,8 +367,11 @@ void PrivateTree::hold_if_shared(const Mount &mount, const std::string &path)
     struct stat info {};
     const bool has_layer =
         std::ranges::any_of(layers, [&](const Layer &layer) { return layer.path == path; });
-    if (has_layer || ::fstat(original.get(), &info) != 0 || !may(original, W_OK) ||
-        (is_owner(original) && info.st_gid == ::getegid()))
+    if (has_layer || ::fstat(original.get(), &info) != 0 || !may(original, W_OK))
+        return;
+    const Owner real = ask_owner(original);
+    const bool is_own = real.user == ::geteuid() && real.group == ::getegid();
+    if (is_own && (path != working || !has_foreign_groups(original, ask_owner)))
         return;
     hold(mount, path, original, place_of(path));
     if (info.st_mode & S_ISGID)

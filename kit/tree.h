@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include "descriptor.h"
+#include "foreign.h"
 #include "mounts.h"
 
 class Scratch;
@@ -34,7 +35,8 @@ class PrivateTree {
     // Covers all mounts of this process's namespace and makes the result its root; the machine's
     // own files can then be reached through the layers only. What is changed is taken up by the
     // scratch directory or, when there is none, by memory. False with `reason` set.
-    bool build(const Scratch &scratch, const std::string &working_directory);
+    // `ask` tells whose a path really is.
+    bool build(const Scratch &scratch, const std::string &working_directory, AskOwner ask);
 
     std::vector<Layer> layers;
     std::vector<std::string> said; // what is not as on the machine, a sentence each
@@ -57,7 +59,7 @@ class PrivateTree {
     bool frame_entry(const Mount &mount, const std::string &path, const char *name,
                      const Descriptor &lower, const Descriptor &inside);
     bool carry(const Descriptor &original, const Descriptor &place, const std::string &path);
-    void hold_shared(const std::string &path, int depth, const std::string &working_directory);
+    void hold_shared(const std::string &path, int depth);
     void hold_if_shared(const Mount &mount, const std::string &path);
     const Mount *mount_of(const std::string &path) const;
     bool has_mounts_below(const std::string &path) const;
@@ -65,7 +67,11 @@ class PrivateTree {
     Descriptor make_numbered(const char *kind);
     bool enter();
 
+    void resemble(const Descriptor &ours, const Descriptor &original) const;
+
     std::vector<Mount> mounts;
+    std::string working; // the working directory
+    AskOwner ask_owner;
     Descriptor stage; // our own file system
     Descriptor room;  // the directory in which changes are taken up
 };

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -17,6 +18,8 @@
 #include <sys/wait.h>
 
 #include "channel.h"
+#include "foreign.h"
+#include "names.h"
 #include "renames.h"
 
 namespace {
@@ -128,8 +131,8 @@ int exit_status(int waited)
 // Makes the view, lives as long as its maker, and takes the steps that it is told.
 class Keeper {
   public:
-    Keeper(Descriptor own_end, std::vector<ViewStep> own_steps)
-        : channel(std::move(own_end)), steps(std::move(own_steps))
+    Keeper(Descriptor own_end, std::vector<ViewStep> own_steps, std::set<gid_t> own_groups)
+        : channel(std::move(own_end)), steps(std::move(own_steps)), groups(std::move(own_groups))
     {
     }
 
@@ -143,12 +146,13 @@ class Keeper {
             ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (in_user_namespace && !keep_ids(user, group))
             return fail("the user's own ids cannot be kept");
-        if (!tree.build(scratch, directory))
+        const AskOwner ask = [this](const Descriptor &path) { return ask_owner(path); };
+        if (!tree.build(scratch, directory, ask))
             return fail(tree.reason);
         if (::chdir(directory) != 0)
             return fail("the working directory '" + std::string(directory) +
                         "' cannot be entered again");
-        renames = std::make_unique<RenameHelper>(tree.layers);
+        renames = std::make_unique<RenameHelper>(tree.layers, ask, std::move(groups));
         hand_over();
         drop_rights(false);
         Message message{.word = Word::ended};
@@ -164,6 +168,18 @@ class Keeper {
     }
 
   private:
+    // Nobody's when the maker has ended.
+    Owner ask_owner(const Descriptor &path)
+    {
+        Message message{.word = Word::ask};
+        message.descriptors.emplace_back(::fcntl(path.get(), F_DUPFD_CLOEXEC, 0));
+        const bool answered = send_message(channel, message) && receive_message(channel, message);
+        if (!answered || message.word != Word::ask)
+            return {static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+        const auto both = static_cast<std::uint64_t>(message.number);
+        return {static_cast<uid_t>(both >> 32U), static_cast<gid_t>(both)};
+    }
+
     void fail(const std::string &what)
     {
         send_message(channel, {.word = Word::failure, .number = errno, .text = what});
@@ -222,6 +238,8 @@ class Keeper {
         const int status = wait_for(child);
         for (const std::string &failure : renames->take_failures())
             send_message(channel, {.word = Word::broken, .text = failure});
+        for (const std::string &path : renames->take_foreign())
+            send_message(channel, {.word = Word::foreign, .text = path});
         if (status >= 0)
             send_message(channel, {.word = Word::ended, .number = status});
     }
@@ -251,9 +269,43 @@ class Keeper {
 
     Descriptor channel;
     std::vector<ViewStep> steps;
+    std::set<gid_t> groups; // as they are outside
     PrivateTree tree;
     std::unique_ptr<RenameHelper> renames;
 };
+
+// --- What only the maker can tell ------------------------------------------------------------
+
+// Nobody's where it cannot be told.
+void tell_owner(const Descriptor &channel, const Message &question)
+{
+    struct stat info {};
+    info.st_uid = static_cast<uid_t>(-1);
+    info.st_gid = static_cast<gid_t>(-1);
+    if (!question.descriptors.empty())
+        ::fstat(question.descriptors[0].get(), &info);
+    const std::uint64_t both = std::uint64_t{info.st_uid} << 32U | info.st_gid;
+    send_message(channel, {.word = Word::ask, .number = static_cast<long>(both)});
+}
+
+std::set<gid_t> own_groups()
+{
+    std::vector<gid_t> groups(NGROUPS_MAX);
+    const int count = ::getgroups(NGROUPS_MAX, groups.data());
+    return {groups.begin(), groups.begin() + (count > 0 ? count : 0)};
+}
+
+std::string foreign_sentence(const std::string &path)
+{
+    struct stat info {};
+    std::string whose;
+    if (::lstat(path.c_str(), &info) == 0)
+        whose = " (" + owner_name(info.st_uid) + ':' + group_name(info.st_gid) + ')';
+    return "'" + path + "'" + whose +
+           " could not be changed in this view, although it may be on the machine: there a user "
+           "changes only what has the own user and group; root can rehearse it, or give it that "
+           "group";
+}
 
 } // namespace
 
@@ -287,6 +339,7 @@ bool View::start(std::vector<ViewStep> steps, const char *directory_for_scratch,
     constexpr unsigned long private_parts = CLONE_NEWNS | CLONE_NEWPID;
     const uid_t user = ::geteuid();
     const gid_t group = ::getegid();
+    const std::set<gid_t> groups = own_groups();
     bool in_user_namespace = false;
     keeper = fork_into(private_parts);
     if (keeper < 0 && errno == EPERM) {
@@ -299,7 +352,7 @@ bool View::start(std::vector<ViewStep> steps, const char *directory_for_scratch,
     }
     if (keeper == 0) {
         ends[0].close();
-        Keeper(std::move(ends[1]), std::move(steps))
+        Keeper(std::move(ends[1]), std::move(steps), groups)
             .run(in_user_namespace, user, group, directory, scratch);
         ::_exit(EXIT_FAILURE);
     }
@@ -313,6 +366,9 @@ bool View::receive_tree(std::string &reason)
     Message message{.word = Word::ended};
     while (receive_message(channel, message)) {
         switch (message.word) {
+        case Word::ask:
+            tell_owner(channel, message);
+            break;
         case Word::sentence:
             sentences.push_back(message.text);
             break;
@@ -370,9 +426,14 @@ int View::take(size_t step)
     while (waits && receive_message(channel, message)) {
         if (message.word == Word::broken)
             breaks.push_back(message.text);
+        if (message.word == Word::foreign)
+            breaks.push_back(foreign_sentence(message.text));
+        if (message.word == Word::ask)
+            tell_owner(channel, message);
         if (message.word == Word::ended)
             status = static_cast<int>(message.number);
-        waits = message.word == Word::broken;
+        waits = message.word == Word::broken || message.word == Word::foreign ||
+                message.word == Word::ask;
     }
     ::sigaction(SIGINT, &interrupt, nullptr);
     ::sigaction(SIGQUIT, &quit, nullptr);

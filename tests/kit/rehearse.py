@@ -229,6 +229,42 @@ def corners(kit, scratch, _):
         and "whoever starts it can allow it" in refused.stderr.decode(), refused
 
 
+def foreign(kit, scratch, _):
+    """An ordinary user, with files of another group and of others: as really, or no judgement."""
+    alike = ["echo 2 >> file; chmod 700 inner; echo 3 > inner/new; mv file moved; rm inner/old",
+             f"chgrp {USER} kept; rm ../sticky/others; chmod 700 ../sticky; mkdir ../sticky/own"]
+    unlike = {"echo 2 > ../far/off/file": "off/file' (12345:root) could",
+              "chmod 600 ../far/off/file": "off/file' (",
+              "mkdir ../far/off/new": "off' (12345:root) could",
+              "echo 2 > inner/open": "(root:root)",
+              "mv inner/open open": "inner/open' (root:root) could",
+              "chgrp 54321 kept": "kept' could not be given the group 54321"}
+    for number, text in enumerate([*alike, *unlike]):
+        top = scratch / f"foreign{number}"
+        top.mkdir()
+        place = program(top / "work", text)
+        for name in ("file", "kept", "inner/old", "inner/open", "../far/off/file",
+                     "../sticky/others"):
+            (place / name).parent.mkdir(parents=True, exist_ok=True)
+            (place / name).write_text("1\n")
+        for path in (place, *place.rglob("*"), top / "far/off", top / "far/off/file"):
+            os.chown(path, 0 if path.name == "open" else USER, 0)
+        (place / "inner/open").chmod(0o666)
+        (top / "sticky").chmod(0o1777)
+        user = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--groups=54321"]
+        before = trees.snapshot(top)
+        rehearsal = run(place, *user, kit, "rehearse", "--json", "./work")
+        assert trees.snapshot(top) == before, "the rehearsal has changed something"
+        if text in unlike:
+            said = rehearsal.stderr.decode()
+            assert rehearsal.returncode == 125 and unlike[text] in said, f"{text}: {said}"
+            continue
+        real = run(place, *user, "./work")
+        assert real.stderr in rehearsal.stderr, (real, rehearsal)
+        told = trees.listed(rehearsal.stdout.decode())
+        assert told == trees.differences(before, trees.snapshot(top)), f"{text}: {told}"
+
+
 SAMPLE_KEEPS = [word for path in ("site", "site/htdocs", "site/cgi-bin", "site/data*", "installed*")
                 for word in ("--keeps", path)]
 
@@ -294,7 +330,7 @@ def again(case, scratch, arguments):
     program(scratch / "probe", "exit 0")
     probe = run(scratch / "probe", *command[:command.index(PYTHON)], kit, "rehearse", "./work")
     reason = probe.stderr.decode()
-    if "no private view" in reason or (os.getuid() != 0 and case in ("faces", "corners")):
+    if "no private view" in reason or (os.getuid() != 0 and case in ("faces", "corners", "foreign")):
         print(f"skipped: {reason or 'only root can set this up'}")
         return 1 if os.environ.get("CI") == "true" else 77
     return subprocess.run(command, check=False).returncode
@@ -305,7 +341,7 @@ if sys.argv[1] == "--here":
     sys.dont_write_bytecode = True
     import trees
     cases = {"trees": random_trees, "flows": flows, "killed": killed, "words": words,
-             "faces": faces, "corners": corners, "proofs": proofs}
+             "faces": faces, "corners": corners, "foreign": foreign, "proofs": proofs}
     installer, examples = (pathlib.Path(path) for path in sys.argv[4:6])
     os.umask(0o22)
     work = directory / "work"
