@@ -330,7 +330,8 @@ def again(case, scratch, arguments):
     program(scratch / "probe", "exit 0")
     probe = run(scratch / "probe", *command[:command.index(PYTHON)], kit, "rehearse", "./work")
     reason = probe.stderr.decode()
-    if "no private view" in reason or (os.getuid() != 0 and case in ("faces", "corners", "foreign")):
+    if "no private view" in reason or (os.getuid() != 0 and
+                                       case in ("faces", "corners", "foreign")):
         print(f"skipped: {reason or 'only root can set this up'}")
         return 1 if os.environ.get("CI") == "true" else 77
     return subprocess.run(command, check=False).returncode
