@@ -437,7 +437,7 @@ struct menu_entry {
     const char *word;     // null: not shown, as it is meant for -special
     int (*run)(Ini *ini); // null: the run is over
     menu_choice choice;
-    bool leads_back;      // to the menu, when the flow is left with "q"
+    bool leads_back; // to the menu, when the flow is left with "q"
     bool ends_with_blurb;
 };
 

@@ -6,7 +6,18 @@
 
 #include "descriptor.h"
 
-enum class Word : char { sentence, failure, layer, frame, ready, take, broken, foreign, ask, ended };
+enum class Word : char {
+    sentence,
+    failure,
+    layer,
+    frame,
+    ready,
+    take,
+    broken,
+    foreign,
+    ask,
+    ended
+};
 
 struct Message {
     Word word;
