@@ -15,17 +15,17 @@ class Descriptor {
         std::swap(number, other.number);
         return *this;
     }
-    ~Descriptor()
-    {
-        if (is_open())
-            ::close(number);
-    }
+    ~Descriptor() { close(); }
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;
 
     bool is_open() const { return number >= 0; }
     int get() const { return number; }
-    void close() { Descriptor(std::move(*this)); }
+    void close()
+    {
+        if (is_open())
+            ::close(std::exchange(number, -1));
+    }
 
   private:
     int number = -1;

@@ -141,6 +141,7 @@ void exclusion_pieces(const CommandAt &at, Report &report)
 std::vector<std::string> names_of(const std::vector<FolderEntry> &entries)
 {
     std::vector<std::string> names;
+    names.reserve(entries.size());
     for (const FolderEntry &entry : entries)
         names.push_back(entry.name);
     return names;
@@ -576,12 +577,12 @@ std::string linked_directory(Survey &survey, const std::string &directory, int d
 {
     constexpr int deepest = 32;
     for (const FolderEntry &entry : std::vector(survey.folder.list(directory))) {
-        const std::string path = directory + entry.name;
+        std::string path = directory + entry.name;
         if (entry.is_link && file_exist(survey.product.path(path).c_str()) == 2)
             return path;
-        const std::string below = entry.is_directory && depth < deepest
-                                      ? linked_directory(survey, path + "/", depth + 1)
-                                      : "";
+        std::string below = entry.is_directory && depth < deepest
+                                ? linked_directory(survey, path + "/", depth + 1)
+                                : "";
         if (!below.empty())
             return below;
     }

@@ -109,7 +109,7 @@ void open_reference(Survey &survey, Report &report)
 std::string braced_setting(const Flow &flow, const std::string &text)
 {
     for (size_t at = text.find("${"); at != std::string::npos; at = text.find("${", at + 2)) {
-        const std::string name = text.substr(at + 2, text.find('}', at) - at - 2);
+        std::string name = text.substr(at + 2, text.find('}', at) - at - 2);
         if (flow.find(name))
             return name;
     }
@@ -123,7 +123,7 @@ std::string bare_setting(const Flow &flow, const std::string &text)
         size_t end = at + 1;
         while (end < text.size() && is_plain_name(text.substr(end, 1)))
             end++;
-        const std::string name = text.substr(at + 1, end - at - 1);
+        std::string name = text.substr(at + 1, end - at - 1);
         if (flow.find(name))
             return name;
     }

@@ -56,7 +56,7 @@ constexpr limit limits[] = {
 // One sentence: what is missing, and who can allow it.
 std::string refusal(const std::string &what, int error)
 {
-    const std::string missing = "no private view can be made: " + what;
+    std::string missing = "no private view can be made: " + what;
     if (error != EPERM && error != EACCES && error != ENOSPC)
         return missing;
     for (const limit &each : limits)
