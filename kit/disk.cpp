@@ -213,25 +213,49 @@ void Disk::copy_tree(const std::string &from, const std::string &to, const Line 
     }
 }
 
+// Copies what commands have made; what a tree of it leaves out is not looked at.
+void Disk::copy_made(const std::string &source, const std::string &target, const Line &line)
+{
+    const copy_cmd &command = *line.command;
+    std::map<std::string, Made> copies;
+    for (const std::string &one : found(source)) {
+        const std::string name = split_path(one).name;
+        const std::string to = joined_path(target, name);
+        if (wild_ilist(name.c_str(), exclusions(command)))
+            continue;
+        if (!is_directory(one))
+            copies[to] = {.line = &line, .is_directory = false, .source = ""};
+        else if (command.type == CpyDir)
+            for (const auto &[path, what] : all)
+                if (path == one || is_below(path, one))
+                    copies[to + path.substr(one.size())] = {
+                        .line = &line, .is_directory = what.is_directory, .source = ""};
+    }
+    for (const auto &[path, what] : copies)
+        make(path, what);
+}
+
 void Disk::apply_copy(const Line &line, const Flow &flow)
 {
     const copy_cmd &command = *line.command;
-    const std::string source = flow.path(command.source);
+    std::string source = flow.path(command.source);
     const std::string target = without_end(flow.path(command.dest));
+    if (split_path(source).name.empty())
+        source += "*";
     const SplitPath split = split_path(source);
     if (!is_in_folder(source)) {
         // Which names these are is known when a command made them, and else for a plain name.
-        if (found(source).empty() && split.name.find_first_of("*?$") == std::string::npos)
+        if (!found(source).empty())
+            copy_made(source, target, line);
+        else if (split.name.find_first_of("*?$") == std::string::npos)
             make(joined_path(target, split.name),
                  {.line = &line, .is_directory = false, .source = ""});
-        else if (found(source).empty())
+        else
             opaque.insert(target);
-        for (const std::string &one : found(source))
-            make(joined_path(target, split_path(one).name),
-                 {.line = &line, .is_directory = false, .source = ""});
         return;
     }
-    for (const FolderEntry &entry : folder->matches(split.name.empty() ? source + "*" : source)) {
+    copy_made(source, target, line);
+    for (const FolderEntry &entry : folder->matches(source)) {
         if (wild_ilist(entry.name.c_str(), exclusions(command)))
             continue;
         const std::string from = joined_path(split.directory, entry.name);

@@ -83,6 +83,7 @@ class Disk {
   private:
     void copy_tree(const std::string &from, const std::string &to, const Line &line,
                    const char *not_list, int depth);
+    void copy_made(const std::string &source, const std::string &target, const Line &line);
     void apply_copy(const Line &line, const Flow &flow);
     void remove(const std::string &path);
     void rename(const std::string &from, const std::string &to, const Line &line, bool for_certain);
