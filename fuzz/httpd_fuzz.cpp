@@ -9,12 +9,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t size)
     reset_modules(size);
     write_file("/tmp/httpd.conf", {reinterpret_cast<const char *>(bytes), size});
     require(Stream(open_text(http_files[0])) != nullptr, "the file can be found");
-    done_user = done_group = done_root = done_scripts = 0;
-    char facts[4][line_size];
+    for (Fact &fact : facts)
+        fact.known = false;
+    char values[4][line_size];
     for (const unsigned wanted : {1U, 2U, 4U, 8U, 15U}) {
-        const auto fact = [&](unsigned n) { return wanted & 1U << n ? facts[n] : nullptr; };
+        const auto value = [&](unsigned n) { return wanted & 1U << n ? values[n] : nullptr; };
         char reason[line_size] = "";
-        const int found = init_find_http_conf(fact(0), fact(1), fact(2), fact(3), reason);
+        const int found = init_find_http_conf(value(0), value(1), value(2), value(3), reason);
         require(found || *reason, "what is not found has a reason");
     }
     return 0;
