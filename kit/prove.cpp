@@ -43,18 +43,18 @@ bool take_keeps(Order &order, const std::string &word)
     return !word.empty();
 }
 
-struct option {
+struct prove_option {
     const char *word;
     bool (*take)(Order &order, const std::string &word);
 };
 
-constexpr option options[] = {{"--set", take_setting}, {"--keeps", take_keeps}};
+constexpr prove_option prove_options[] = {{"--set", take_setting}, {"--keeps", take_keeps}};
 
 bool take_arguments(Order &order, int argc, char **argv)
 {
     bool has_folder = false;
     for (int at = 1; at < argc; at++) {
-        if (const option *known = find_word(options, argv[at], std::strcmp)) {
+        if (const prove_option *known = find_word(prove_options, argv[at], std::strcmp)) {
             if (++at >= argc || !known->take(order, argv[at]))
                 return false;
         } else if (has_folder || argv[at][0] == '-') {

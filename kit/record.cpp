@@ -6,10 +6,9 @@
 
 namespace {
 
-using View = std::string_view;
-
 // What stands between a beginning and an end; false when the text has another shape.
-bool cut_out(View text, View begin, View end, std::string &inner)
+bool cut_out(std::string_view text, std::string_view begin, std::string_view end,
+             std::string &inner)
 {
     if (!text.starts_with(begin) || text.size() < begin.size() + end.size() || !text.ends_with(end))
         return false;
@@ -18,16 +17,17 @@ bool cut_out(View text, View begin, View end, std::string &inner)
 }
 
 // The program cuts a message there, whatever it ends with.
-bool may_be_cut(View message)
+bool may_be_cut(std::string_view message)
 {
     return message.size() >= line_size - 1;
 }
 
 // "<begin>name<between>value'", the end of which may be cut off.
-bool read_pair(View text, View begin, View between, std::pair<std::string, std::string> &pair)
+bool read_pair(std::string_view text, std::string_view begin, std::string_view between,
+               std::pair<std::string, std::string> &pair)
 {
     const size_t at = text.find(between);
-    if (!text.starts_with(begin) || at == View::npos)
+    if (!text.starts_with(begin) || at == std::string_view::npos)
         return false;
     pair.first = text.substr(begin.size(), at - begin.size());
     pair.second = text.substr(at + between.size());
@@ -36,7 +36,7 @@ bool read_pair(View text, View begin, View between, std::pair<std::string, std::
     return true;
 }
 
-bool read_stored(View text, Event &event)
+bool read_stored(std::string_view text, Event &event)
 {
     std::pair<std::string, std::string> pair;
     if (read_pair(text, "Ini value for '", "' set to '", pair) ||
@@ -50,15 +50,15 @@ bool read_stored(View text, Event &event)
 }
 
 // The log tells the type by its number.
-void take_type(View text, CType &type)
+void take_type(std::string_view text, CType &type)
 {
     std::string number;
     if (cut_out(text, "Copy line 'type' is [", "]", number))
         type = static_cast<CType>(s_atoi(number.c_str()));
 }
 
-constexpr View script_line_begin = "Process .cpy file line [";
-constexpr View script_begin = "Processing copy script...";
+constexpr std::string_view script_line_begin = "Process .cpy file line [";
+constexpr std::string_view script_begin = "Processing copy script...";
 
 } // namespace
 
@@ -135,7 +135,7 @@ void RunRecord::take_dialogue(const LogLine &line)
     }
 }
 
-void RunRecord::begin_script_line(View text)
+void RunRecord::begin_script_line(std::string_view text)
 {
     // The end is missing where the log has cut the message.
     if (text.ends_with(']'))
@@ -146,7 +146,7 @@ void RunRecord::begin_script_line(View text)
 
 void RunRecord::take_script_line(const LogLine &line)
 {
-    const View text = line.text;
+    const std::string_view text = line.text;
     if (text.starts_with(script_line_begin)) {
         begin_script_line(text.substr(script_line_begin.size()));
         return;
@@ -178,7 +178,7 @@ void RunRecord::take_script_line(const LogLine &line)
 }
 
 // The message holds "type:source->destination,not,control,comparison".
-void RunRecord::begin_command(View fields)
+void RunRecord::begin_command(std::string_view fields)
 {
     if (deeds.size() >= kept.size())
         return;
@@ -199,8 +199,8 @@ void RunRecord::begin_command(View fields)
 
 void RunRecord::take_command(const LogLine &line)
 {
-    constexpr View begin = "Processing [";
-    const View text = line.text;
+    constexpr std::string_view begin = "Processing [";
+    const std::string_view text = line.text;
     if (text.starts_with(begin)) {
         begin_command(text.substr(begin.size()));
         return;

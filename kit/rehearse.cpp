@@ -34,12 +34,12 @@ struct Words {
     char *take() { return next < end ? *next++ : nullptr; }
 };
 
-struct option {
+struct rehearse_option {
     const char *word;
     bool (*take)(Rehearsal &rehearsal, Words &words);
 };
 
-constexpr option options[] = {
+constexpr rehearse_option rehearse_options[] = {
     {"--diff", [](Rehearsal &rehearsal, Words &) { return rehearsal.shows_diff = true; }},
     {"--json", [](Rehearsal &rehearsal, Words &) { return rehearsal.as_json = true; }},
     {"--scratch",
@@ -77,7 +77,7 @@ bool take_commands(Rehearsal &rehearsal, Words words)
 bool take_arguments(Rehearsal &rehearsal, Words words)
 {
     while (words.next < words.end && words.next[0][0] == '-' && !is_divider(*words.next)) {
-        const option *known = find_word(options, words.take(), std::strcmp);
+        const rehearse_option *known = find_word(rehearse_options, words.take(), std::strcmp);
         if (!known || !known->take(rehearsal, words))
             return false;
     }
