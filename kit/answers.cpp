@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "account.h"
+#include "flow.h"
 #include "ini.h"
 #include "kit.h"
 #include "lib.h"
@@ -41,11 +42,6 @@ Row *find_row(std::vector<Row> &rows, const std::string &name)
     const auto found =
         std::find_if(rows.begin(), rows.end(), [&](const Row &row) { return row.name == name; });
     return found == rows.end() ? nullptr : &*found;
-}
-
-bool is_built_in(const std::string &name)
-{
-    return name == "host" || name == "system_dir" || name == "current_dir" || name == "action";
 }
 
 bool comes_to(const Row &row, const char *value)

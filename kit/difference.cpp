@@ -434,13 +434,6 @@ const type_word &type_of(mode_t mode)
     return type_words[0];
 }
 
-std::string octal(mode_t mode)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "%04o", mode & 07777);
-    return text;
-}
-
 // "-rw-r--r--", as ls shows it.
 std::string mode_word(mode_t mode)
 {
@@ -490,7 +483,7 @@ std::string was(const Difference &difference)
         if (word == "type")
             text += std::string(" was ") + type_of(before.mode).word;
         else if (word == "mode")
-            text += " was " + octal(before.mode);
+            text += " was " + octal_mode(before.mode);
         else if (word == "owner")
             text += " was " + owner_name(before.owner) + ':' + group_name(before.group);
         else if (word == "target" && !before.target.empty())
@@ -545,7 +538,7 @@ void add_name(Json &object, const std::string &key, const std::string &name)
 Json facts(const Face &face)
 {
     Json object = {{"type", type_of(face.mode).word},
-                   {"mode", octal(face.mode)},
+                   {"mode", octal_mode(face.mode)},
                    {"owner", owner_name(face.owner)},
                    {"group", group_name(face.group)},
                    {"uid", face.owner},
@@ -560,6 +553,13 @@ Json facts(const Face &face)
 }
 
 } // namespace
+
+std::string octal_mode(mode_t mode)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%04o", mode & 07777);
+    return text;
+}
 
 const char *change_word(Change change)
 {

@@ -61,5 +61,8 @@ std::string as_text(const Difference &difference);
 // is not UTF-8 has its wrong bytes replaced, and is given once more as "path_base16".
 std::string as_json(const Difference &difference, const std::string &diff);
 
+// The permissions in a mode, as "0644".
+std::string octal_mode(mode_t mode);
+
 // A name fit for a terminal: unprintable characters, and backslashes, as \ooo.
 std::string printable(const std::string &name);

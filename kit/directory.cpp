@@ -4,6 +4,18 @@
 
 #include <fcntl.h>
 
+bool is_below(const std::string &path, const std::string &directory)
+{
+    return path.starts_with(directory) &&
+           (path.size() == directory.size() || directory.ends_with('/') ||
+            path[directory.size()] == '/');
+}
+
+std::string child_path(const std::string &directory, const std::string &name)
+{
+    return directory.ends_with('/') ? directory + name : directory + '/' + name;
+}
+
 void directory_free(DIR **stream)
 {
     ::closedir(*stream);

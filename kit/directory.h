@@ -1,9 +1,21 @@
-// The names in a directory, for walks that go by open directories.
+// Directories: what lies in one by its path, and their names for walks that go by open directories.
 #pragma once
 
+#include <string>
+
 #include <dirent.h>
+#include <fcntl.h>
 
 #include "lib.h"
+
+// True when a path is the directory or lies below it; both begin at the same place.
+bool is_below(const std::string &path, const std::string &directory);
+
+// The path of an entry of a directory.
+std::string child_path(const std::string &directory, const std::string &name);
+
+// Opens whatever bears a name, a link too, to look at it or to go on from there.
+constexpr int look_only = O_PATH | O_NOFOLLOW | O_CLOEXEC;
 
 void directory_free(DIR **stream);
 

@@ -45,6 +45,13 @@ SplitPath split_path(const std::string &path)
     return {.directory = path.substr(0, length), .name = path.substr(length)};
 }
 
+std::string without_slash(std::string path)
+{
+    while (path.size() > 1 && is_separator(path.back()))
+        path.pop_back();
+    return path;
+}
+
 bool is_in_folder(const std::string &path)
 {
     return !path.empty() && !is_separator(path[0]) && !path.starts_with("..") &&
@@ -55,19 +62,12 @@ bool is_in_folder(const std::string &path)
 
 namespace {
 
-std::string without_end(std::string path)
-{
-    while (path.size() > 1 && is_separator(path.back()))
-        path.pop_back();
-    return path;
-}
-
 std::string joined_path(const std::string &directory, const std::string &name)
 {
-    return directory.empty() ? name : without_end(directory) + "/" + name;
+    return directory.empty() ? name : without_slash(directory) + "/" + name;
 }
 
-bool is_below(const std::string &path, const std::string &directory)
+bool is_inside(const std::string &path, const std::string &directory)
 {
     return path.size() > directory.size() && path.starts_with(directory) &&
            is_separator(path[directory.size()]);
@@ -110,7 +110,7 @@ void Disk::put(const std::string &path, const Made &what)
 
 void Disk::make(const std::string &path, const Made &what)
 {
-    const std::string clean = without_end(path);
+    const std::string clean = without_slash(path);
     if (clean.empty())
         return;
     put(clean, what);
@@ -144,11 +144,11 @@ std::vector<std::string> Disk::found(const std::string &path) const
 
 bool Disk::makes_at(const std::string &path) const
 {
-    const std::string clean = without_end(path);
+    const std::string clean = without_slash(path);
     const auto place = all.lower_bound(clean);
     return place != all.end() &&
            (place->first == clean || all.lower_bound(clean + "/") != all.end()) &&
-           (place->first == clean || is_below(all.lower_bound(clean + "/")->first, clean));
+           (place->first == clean || is_inside(all.lower_bound(clean + "/")->first, clean));
 }
 
 bool Disk::may_have(const std::string &path) const
@@ -158,7 +158,7 @@ bool Disk::may_have(const std::string &path) const
         split.directory.find_first_of("*?") != std::string::npos || !found(path).empty())
         return true;
     const bool in_unknown = std::any_of(opaque.begin(), opaque.end(), [&](const auto &directory) {
-        return is_below(path, directory) || path == directory;
+        return is_inside(path, directory) || path == directory;
     });
     if (in_unknown)
         return true;
@@ -178,7 +178,7 @@ bool Disk::may_have(const std::string &path) const
 
 bool Disk::is_directory(const std::string &path) const
 {
-    const std::string clean = without_end(path);
+    const std::string clean = without_slash(path);
     if (const auto place = all.find(clean); place != all.end())
         return place->second.is_directory;
     if (!is_in_folder(clean))
@@ -190,7 +190,7 @@ bool Disk::is_directory(const std::string &path) const
 
 bool Disk::is_file(const std::string &path) const
 {
-    const auto place = all.find(without_end(path));
+    const auto place = all.find(without_slash(path));
     return place != all.end() && !place->second.is_directory;
 }
 
@@ -227,7 +227,7 @@ void Disk::copy_made(const std::string &source, const std::string &target, const
             copies[to] = {.line = &line, .is_directory = false, .source = ""};
         else if (command.type == CpyDir)
             for (const auto &[path, what] : all)
-                if (path == one || is_below(path, one))
+                if (path == one || is_inside(path, one))
                     copies[to + path.substr(one.size())] = {
                         .line = &line, .is_directory = what.is_directory, .source = ""};
     }
@@ -239,7 +239,7 @@ void Disk::apply_copy(const Line &line, const Flow &flow)
 {
     const copy_cmd &command = *line.command;
     std::string source = flow.path(command.source);
-    const std::string target = without_end(flow.path(command.dest));
+    const std::string target = without_slash(flow.path(command.dest));
     if (split_path(source).name.empty())
         source += "*";
     const SplitPath split = split_path(source);
@@ -270,7 +270,7 @@ void Disk::apply_copy(const Line &line, const Flow &flow)
 void Disk::remove(const std::string &path)
 {
     for (auto place = all.lower_bound(path); place != all.end() && place->first.starts_with(path);)
-        if (place->first == path || is_below(place->first, path))
+        if (place->first == path || is_inside(place->first, path))
             place = all.erase(place);
         else
             ++place;
@@ -282,7 +282,7 @@ void Disk::rename(const std::string &from, const std::string &to, const Line &li
     std::map<std::string, Made> moved;
     for (auto place = all.lower_bound(from); place != all.end() && place->first.starts_with(from);
          ++place)
-        if (place->first == from || is_below(place->first, from))
+        if (place->first == from || is_inside(place->first, from))
             moved.emplace(to + place->first.substr(from.size()), place->second);
     if (moved.empty())
         moved.emplace(to, Made{.line = &line, .is_directory = false, .source = ""});
@@ -312,7 +312,8 @@ void Disk::apply(const Line &line, const Flow &flow)
         make(source, {.line = &line, .is_directory = false, .source = ""});
         break;
     case Rename:
-        rename(without_end(source), without_end(flow.path(command.dest)), line, !command.control);
+        rename(without_slash(source), without_slash(flow.path(command.dest)), line,
+               !command.control);
         break;
     case RmFile:
     case RmDir:
@@ -329,9 +330,7 @@ void Disk::apply(const Line &line, const Flow &flow)
 void walk_section(const Product &product, const Flow &flow, const std::string &section, Disk &disk,
                   const CommandStep &step)
 {
-    for (const Line *line : section_lines(product.copy, section)) {
-        if (line->kind != LineKind::entry)
-            continue;
+    for (const Line *line : entries_of(product.copy, section)) {
         step(*line, *line->command, disk);
         disk.apply(*line, flow);
     }
@@ -363,7 +362,7 @@ Disks::Disks(const Product &of, const Flow &with, Folder &in)
     }
     for (const Line &line : of.copy.lines)
         if (line.kind == LineKind::entry && line.command->type == MkDir)
-            directories.insert(without_end(with.path(line.command->source)));
+            directories.insert(without_slash(with.path(line.command->source)));
 }
 
 const Disk &Disks::before(const std::string &section) const
@@ -389,5 +388,5 @@ bool Disks::makes_directory(const std::string &directory) const
 {
     const auto below = directories.lower_bound(directory + "/");
     return directories.contains(directory) ||
-           (below != directories.end() && is_below(*below, directory));
+           (below != directories.end() && is_inside(*below, directory));
 }

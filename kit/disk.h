@@ -44,6 +44,9 @@ struct SplitPath {
 };
 SplitPath split_path(const std::string &path);
 
+// The path without separators at its end; "/" stays.
+std::string without_slash(std::string path);
+
 // True when the path is known to be in the product's folder: it is relative, and certain.
 bool is_in_folder(const std::string &path);
 

@@ -97,12 +97,12 @@ constexpr const char *built_ins[] = {"host", "system_dir", "current_dir", "actio
 
 const Value no_value;
 
+} // namespace
+
 bool is_built_in(const std::string &name)
 {
     return std::find(std::begin(built_ins), std::end(built_ins), name) != std::end(built_ins);
 }
-
-} // namespace
 
 void Flow::add_mention(Role role, const char *name, const ProductFile &file, const Line &line)
 {
@@ -509,19 +509,6 @@ void Flow::walk_commands(State &state, const std::vector<const Line *> &lines)
             state.set(command.dest, any_value(), false, true);
     }
 }
-
-namespace {
-
-std::vector<const Line *> entries_of(const ProductFile &file, const std::string &section)
-{
-    std::vector<const Line *> entries;
-    for (const Line *line : section_lines(file, section))
-        if (line->kind == LineKind::entry)
-            entries.push_back(line);
-    return entries;
-}
-
-} // namespace
 
 void Flow::walk()
 {

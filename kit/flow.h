@@ -57,6 +57,9 @@ struct Setting {
     size_t uses = 0;                      // other mentions
 };
 
+// True for the name of a setting that the program makes itself, as "host".
+bool is_built_in(const std::string &name);
+
 class Flow {
   public:
     explicit Flow(const Product &product);

@@ -71,8 +71,6 @@ struct Room {
     off_t bytes = most_bytes;
 };
 
-constexpr int look_only = O_PATH | O_NOFOLLOW | O_CLOEXEC;
-
 void finish(int made, const struct stat &info, const Owner &real)
 {
     note_owner(descriptor_path(made), real);

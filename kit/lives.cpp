@@ -1,8 +1,6 @@
 #include "lives.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <iterator>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,13 +15,6 @@
 
 namespace {
 
-std::string octal(mode_t mode)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "%04o", mode & 07777);
-    return text;
-}
-
 // How a face differs from the one that was expected.
 std::string difference_of(const Face &expected, const Face &found, bool other_content)
 {
@@ -35,7 +26,8 @@ std::string difference_of(const Face &expected, const Face &found, bool other_co
             text += (text.empty() ? "" : ", ") + what;
     };
     add(other_content || expected.digest != found.digest || expected.size != found.size, "content");
-    add(expected.mode != found.mode, "mode " + octal(found.mode) + ", not " + octal(expected.mode));
+    add(expected.mode != found.mode,
+        "mode " + octal_mode(found.mode) + ", not " + octal_mode(expected.mode));
     add(expected.owner != found.owner || expected.group != found.group, "owner");
     add(expected.target != found.target, "target");
     return text;
@@ -138,9 +130,10 @@ Verdict upgrade_twice(const Subject &subject)
 // Adds a line to each settings file, as an administrator would.
 int edit_settings(const std::vector<std::string> &files)
 {
-    return std::ranges::all_of(
-               files,
-               [](const std::string &file) { return put_text(file, text_of(file) + "# edited\n"); })
+    return std::ranges::all_of(files,
+                               [](const std::string &file) {
+                                   return put_text(file, file_text(file) + "# edited\n");
+                               })
                ? run_done
                : static_cast<int>(kit_unable);
 }
@@ -297,19 +290,18 @@ int copy_folder(const Subject &subject, const Elsewhere &elsewhere, const Answer
     return waited == 0 ? run_done : static_cast<int>(kit_unable);
 }
 
-bool is_asked(const Subject &subject, const char *section, const std::string &setting)
+bool has_question(const Subject &subject, const char *section, const std::string &setting)
 {
     return std::ranges::any_of(
-        section_lines(subject.product.questions, section), [&](const Line *line) {
-            return line->kind == LineKind::entry && line->question->setting == setting;
-        });
+        entries_of(subject.product.questions, section),
+        [&](const Line *line) { return line->question->setting == setting; });
 }
 
 std::string value_of(const Subject &subject, const std::string &setting)
 {
-    for (const Line &line : subject.product.data.lines)
-        if (line.kind == LineKind::entry && line.setting->name == setting)
-            return line.setting->value;
+    for (const Line *line : entries_of(subject.product.data))
+        if (line->setting->name == setting)
+            return line->setting->value;
     return "";
 }
 
@@ -335,8 +327,8 @@ std::string other_answer(const quest &question, const std::string &standard,
 Answers other_answers(const Subject &subject, const Elsewhere &elsewhere)
 {
     Answers answers = subject.settings;
-    for (const Line *line : section_lines(subject.product.questions, "install")) {
-        if (line->kind != LineKind::entry || !line->question->setting)
+    for (const Line *line : entries_of(subject.product.questions, "install")) {
+        if (!line->question->setting)
             continue;
         const std::string setting = line->question->setting;
         const std::string other =
@@ -352,7 +344,7 @@ Answers later_settings(const Subject &subject)
 {
     Answers settings;
     for (const auto &[name, value] : subject.settings)
-        if (!is_asked(subject, "install", name))
+        if (!has_question(subject, "install", name))
             settings.emplace(name, value);
     return settings;
 }
@@ -390,10 +382,6 @@ Verdict live_elsewhere(const Subject &subject, bool upgrades)
 
 // --- All of them -----------------------------------------------------------------------------
 
-constexpr const char *settings_endings[] = {
-    ".conf", ".cfg", ".cnf", ".ini", ".env", ".rc", ".properties", ".yml", ".yaml", ".toml",
-};
-
 std::vector<std::string> directories_of(const State &installed)
 {
     std::vector<std::string> directories;
@@ -403,18 +391,12 @@ std::vector<std::string> directories_of(const State &installed)
     return directories;
 }
 
-bool is_settings_file(const std::string &path)
-{
-    return std::ranges::any_of(settings_endings,
-                               [&](const char *ending) { return path.ends_with(ending); });
-}
-
 std::vector<std::string> settings_files(const State &installed)
 {
     std::vector<std::string> files;
     for (const auto &[path, difference] : installed)
         if (difference.change == Change::created && S_ISREG(difference.after.mode) &&
-            is_settings_file(path))
+            has_settings_ending(path))
             files.push_back(path);
     return files;
 }
@@ -460,14 +442,13 @@ std::vector<Life> other_lives(const Subject &subject, const FirstLife &first)
                              [&] { return upgrade_edited(subject, first.settings_files); }});
     }
     for (const bool repeats : {false, true})
-        for (const Line *line : section_lines(subject.product.copy, "install"))
-            if (line->kind == LineKind::entry)
-                lives.push_back(
-                    {repeats ? "install stopped %s, install again" : "install stopped %s, remove",
-                     place_of(subject.product.copy, *line), [&, repeats, number = line->number] {
-                         return repeats ? stop_and_repeat(subject, number, first.installed)
-                                        : stop_and_remove(subject, number);
-                     }});
+        for (const Line *line : entries_of(subject.product.copy, "install"))
+            lives.push_back(
+                {repeats ? "install stopped %s, install again" : "install stopped %s, remove",
+                 place_of(subject.product.copy, *line), [&, repeats, number = line->number] {
+                     return repeats ? stop_and_repeat(subject, number, first.installed)
+                                    : stop_and_remove(subject, number);
+                 }});
     lives.push_back(
         {"install under umask 077", "", [&] { return install_masked(subject, first.installed); }});
     lives.push_back({"among others' files: remove", "",

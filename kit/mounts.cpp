@@ -11,17 +11,18 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
+#include "directory.h"
 #include "lib.h"
 
 namespace {
 
 // A flag's word among a mount's options.
-struct option_word {
+struct mount_flag {
     const char *word;
     unsigned long flag;
 };
 
-constexpr option_word option_words[] = {
+constexpr mount_flag mount_flags[] = {
     {"nosuid", MS_NOSUID},         {"nodev", MS_NODEV},       {"noexec", MS_NOEXEC},
     {"noatime", MS_NOATIME},       {"relatime", MS_RELATIME}, {"ro", MS_RDONLY},
     {"nodiratime", MS_NODIRATIME},
@@ -38,9 +39,9 @@ constexpr const char *pseudo_types[] = {
 unsigned long flags_of(const char *options)
 {
     unsigned long flags = 0;
-    for (const option_word &option : option_words)
-        if (wild_list(options, option.word))
-            flags |= option.flag;
+    for (const mount_flag &each : mount_flags)
+        if (wild_list(options, each.word))
+            flags |= each.flag;
     return flags;
 }
 
@@ -119,18 +120,6 @@ bool is_pseudo(const Mount &mount)
 {
     return is_below(mount.path, "/sys") || is_below(mount.path, "/proc") ||
            std::ranges::find(pseudo_types, mount.type) != std::end(pseudo_types);
-}
-
-bool is_below(const std::string &path, const std::string &directory)
-{
-    return path.starts_with(directory) &&
-           (path.size() == directory.size() || directory.ends_with('/') ||
-            path[directory.size()] == '/');
-}
-
-std::string child_path(const std::string &directory, const std::string &name)
-{
-    return directory.ends_with('/') ? directory + name : directory + '/' + name;
 }
 
 Descriptor clone_mount(int path)

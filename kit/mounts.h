@@ -22,12 +22,6 @@ std::vector<Mount> read_mounts();
 // True when the file system holds no files of anybody's, but shows the system's own state.
 bool is_pseudo(const Mount &mount);
 
-// True when a path is the directory or lies below it.
-bool is_below(const std::string &path, const std::string &directory);
-
-// The path of an entry of a directory.
-std::string child_path(const std::string &directory, const std::string &name);
-
 // A private copy of what an open path shows, together with what is mounted on it where the system
 // does not give it without. Not open when it fails.
 Descriptor clone_mount(int path);

@@ -300,9 +300,35 @@ const Line *find_entry(const ProductFile &file, std::string_view section, int en
     return nullptr;
 }
 
+std::vector<const Line *> entries_of(const ProductFile &file)
+{
+    std::vector<const Line *> entries;
+    for (const Line &line : file.lines)
+        if (line.kind == LineKind::entry)
+            entries.push_back(&line);
+    return entries;
+}
+
+std::vector<const Line *> entries_of(const ProductFile &file, std::string_view section)
+{
+    std::vector<const Line *> entries;
+    for (const Line *line : section_lines(file, section))
+        if (line->kind == LineKind::entry)
+            entries.push_back(line);
+    return entries;
+}
+
 std::string place_of(const ProductFile &file, const Line &line)
 {
     return file.name + ":" + std::to_string(line.number);
+}
+
+bool has_settings_ending(std::string_view name)
+{
+    constexpr const char *endings[] = {
+        ".conf", ".cfg", ".cnf", ".ini", ".env", ".rc", ".properties", ".yml", ".yaml", ".toml",
+    };
+    return std::ranges::any_of(endings, [&](const char *one) { return name.ends_with(one); });
 }
 
 bool read_template(const std::string &path, std::vector<TemplateLine> &lines)

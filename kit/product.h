@@ -106,8 +106,15 @@ const Line *find_entry(const ProductFile &file, std::string_view section, int en
 // The lines of a section in file order, without its header; those of the whole file for "".
 std::vector<const Line *> section_lines(const ProductFile &file, std::string_view section);
 
+// The entries of a file in file order, those of all its sections; and those of one section.
+std::vector<const Line *> entries_of(const ProductFile &file);
+std::vector<const Line *> entries_of(const ProductFile &file, std::string_view section);
+
 // "install.cpy:23".
 std::string place_of(const ProductFile &file, const Line &line);
+
+// True for a file whose name ends, in lower case, as those of settings usually do: ".conf".
+bool has_settings_ending(std::string_view name);
 
 // One line of a template, as the `Ini` command reads it.
 struct TemplateLine {

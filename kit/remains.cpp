@@ -4,6 +4,7 @@
 #include <string>
 
 #include "copy.h"
+#include "directory.h"
 #include "file.h"
 #include "lib.h"
 #include "record.h"
@@ -46,12 +47,6 @@ std::string full_path(const std::string &path)
     return path.starts_with('/')
                ? path
                : std::string(currentdir(here, path_size) ? here : "") + "/" + path;
-}
-
-bool is_below(const std::string &path, const std::string &directory)
-{
-    return path.starts_with(directory) &&
-           (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
 // Whether a later command may have made the entry, something in it, or what it is in.

@@ -31,24 +31,6 @@ void for_each_line(const Product &product,
             take(*product.file(kind), line);
 }
 
-std::vector<const Line *> entries_of(const ProductFile &file)
-{
-    std::vector<const Line *> entries;
-    for (const Line &line : file.lines)
-        if (line.kind == LineKind::entry)
-            entries.push_back(&line);
-    return entries;
-}
-
-std::vector<const Line *> entries_of(const ProductFile &file, const std::string &section)
-{
-    std::vector<const Line *> entries;
-    for (const Line *line : section_lines(file, section))
-        if (line->kind == LineKind::entry)
-            entries.push_back(line);
-    return entries;
-}
-
 std::string section_of(const ProductFile &file, const Line &line)
 {
     return line.section < 0 ? "" : folded(file.sections[static_cast<size_t>(line.section)].name);

@@ -26,12 +26,6 @@ constexpr FileKind all_files[] = {FileKind::data, FileKind::init, FileKind::ques
 void for_each_line(const Product &product,
                    const std::function<void(const ProductFile &file, const Line &line)> &take);
 
-// The complete lines of one file, in all its sections.
-std::vector<const Line *> entries_of(const ProductFile &file);
-
-// Those of one section.
-std::vector<const Line *> entries_of(const ProductFile &file, const std::string &section);
-
 // The name of the section that a line stands in, in lower case; "" for none.
 std::string section_of(const ProductFile &file, const Line &line);
 

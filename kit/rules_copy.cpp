@@ -52,13 +52,6 @@ bool has_wildcard(const std::string &path)
     return path.find_first_of("*?") != std::string::npos;
 }
 
-std::string without_slash(std::string path)
-{
-    while (path.size() > 1 && is_separator(path.back()))
-        path.pop_back();
-    return path;
-}
-
 // --- Destinations ----------------------------------------------------------------------------
 
 bool takes_path(const copy_cmd &command)
@@ -620,15 +613,11 @@ void template_onto_itself(const CommandAt &at, Report &report)
         say(at, report, "source and destination are one and the same file");
 }
 
-constexpr const char *settings_endings[] = {".conf", ".cfg",  ".ini",  ".cnf",        ".env",
-                                            ".yml",  ".yaml", ".toml", ".properties", ".rc"};
-
 bool is_settings_file(const std::string &path)
 {
     const std::string name = folded(split_path(path).name);
-    return std::any_of(std::begin(settings_endings), std::end(settings_endings),
-                       [&](const char *ending) { return name.ends_with(ending); }) ||
-           name.find("config") != std::string::npos || name.find("settings") != std::string::npos;
+    return has_settings_ending(name) || name.find("config") != std::string::npos ||
+           name.find("settings") != std::string::npos;
 }
 
 // An upgrade that writes a settings file anew loses what was edited in it.

@@ -7,13 +7,6 @@
 
 namespace {
 
-std::string without_slash(std::string path)
-{
-    while (path.size() > 1 && is_separator(path.back()))
-        path.pop_back();
-    return path;
-}
-
 // What the commands of [remove] can take, whatever their conditions.
 class Removals {
   public:

@@ -12,7 +12,6 @@
 
 #include "directory.h"
 #include "lib.h"
-#include "mounts.h"
 
 namespace {
 

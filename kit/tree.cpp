@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr int look_only = O_PATH | O_NOFOLLOW | O_CLOEXEC;
-
 Descriptor open_directory(int directory, const char *name)
 {
     return Descriptor(::openat(directory, name, look_only | O_DIRECTORY));

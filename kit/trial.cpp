@@ -12,12 +12,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "directory.h"
 #include "kit.h"
 #include "lib.h"
 #include "mounts.h"
 #include "run.h"
 
-std::string text_of(const std::string &path)
+std::string file_text(const std::string &path)
 {
     const Stream file(s_fopen(path.c_str(), "r"));
     const Text text(file ? read_text(file.get()) : nullptr);
@@ -104,7 +105,7 @@ class Edits {
 
     bool change(const std::string &path, const std::string &text)
     {
-        const std::string original = text_of(path);
+        const std::string original = file_text(path);
         if (original == text)
             return true;
         originals.emplace(path, original);
@@ -179,7 +180,7 @@ bool prepare(const Subject &subject, const std::string &folder, const FlowRun &r
 {
     const std::string base = child_path(folder, subject.product.name);
     const auto edit = [&](const char *extension, auto change) {
-        return edits.change(base + extension, change(text_of(base + extension)));
+        return edits.change(base + extension, change(file_text(base + extension)));
     };
     return edit(".dat",
                 [&](const std::string &text) { return with_settings(subject, text, run); }) &&
@@ -258,7 +259,7 @@ int Trial::next()
 
 std::string Trial::account() const
 {
-    return text_of(descriptor_path(told.get()));
+    return file_text(descriptor_path(told.get()));
 }
 
 // --- What differs ----------------------------------------------------------------------------

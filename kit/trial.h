@@ -78,7 +78,7 @@ class Trial {
 };
 
 // The text of a file; "" when it cannot be read.
-std::string text_of(const std::string &path);
+std::string file_text(const std::string &path);
 
 // Writes a file that is there, or makes it. False when that fails.
 bool put_text(const std::string &path, const std::string &text);

@@ -5,6 +5,7 @@
 
 #include <sys/statvfs.h>
 
+#include "directory.h"
 #include "explain.h"
 #include "mounts.h"
 #include "names.h"
@@ -182,7 +183,7 @@ TEST_F(LastRunTest, OnlyItsOwnMessagesAreOfTheRun)
         });
 }
 
-TEST(Mounts, APathIsBelowADirectoryAndNotBesideIt)
+TEST(Directory, APathIsBelowADirectoryAndNotBesideIt)
 {
     expect_rows(
         {
