@@ -55,7 +55,7 @@ std::string probe_condition(const init_item &probe)
         return "";
     if (!probe.control)
         return "never";
-    return "when " + quoted(probe.control) + " is exactly " + quoted(probe.compare);
+    return "when " + in_quotes(probe.control) + " is exactly " + in_quotes(probe.compare);
 }
 
 // The first field takes what the second holds.
@@ -79,9 +79,9 @@ std::string question_condition(const quest &question)
 {
     if (!is_asked(question.type) || !question.control)
         return "";
-    const std::string control = quoted(question.control);
+    const std::string control = in_quotes(question.control);
     return question.control_cmp ? "when " + control + " is exactly " +
-                                      quoted(question.control_cmp) + " or has no value"
+                                      in_quotes(question.control_cmp) + " or has no value"
                                 : "when " + control + " is true or has no value";
 }
 
@@ -92,15 +92,15 @@ std::string question_text(const quest &question, const Defaults &defaults)
     const std::string text = defaults.filled(question.text);
     switch (question.type) {
     case QCopy:
-        return word + " the value of " + quoted(text) + " to " + quoted(setting);
+        return word + " the value of " + in_quotes(text) + " to " + in_quotes(setting);
     case QXExist:
-        return word + " " + text + " -> " + quoted(setting);
+        return word + " " + text + " -> " + in_quotes(setting);
     case QError:
-        return word + " when " + quoted(setting) + " is false: " + text;
+        return word + " when " + in_quotes(setting) + " is false: " + text;
     case QLoop:
-        return word + " to " + text + " when " + quoted(setting) + " is false";
+        return word + " to " + text + " when " + in_quotes(setting) + " is false";
     default:
-        return word + " " + quoted(setting) + ": " + text;
+        return word + " " + in_quotes(setting) + ": " + text;
     }
 }
 
@@ -108,9 +108,9 @@ std::string command_condition(const copy_cmd &command)
 {
     if (!command.control || s_strcmp(command.control, "-") == 0)
         return "";
-    const std::string control = quoted(command.control);
+    const std::string control = in_quotes(command.control);
     return command.control_cmp
-               ? "when " + control + " is " + quoted(command.control_cmp) + " or has no value"
+               ? "when " + control + " is " + in_quotes(command.control_cmp) + " or has no value"
                : "when " + control + " is true or has no value";
 }
 
@@ -120,7 +120,7 @@ std::string command_text(const copy_cmd &command, const Defaults &defaults)
     const std::string source = defaults.filled(command.source);
     const std::string destination = defaults.filled(command.dest);
     if (command.type == Error)
-        return text + " when " + quoted(source) + " is false: " + destination;
+        return text + " when " + in_quotes(source) + " is false: " + destination;
     if (command.type == WFile)
         return text + " " + destination + " -> " + source;
     text += " " + source;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
-std::string quoted(const std::string &word)
+std::string in_quotes(const std::string &word)
 {
     return '"' + word + '"';
 }
@@ -15,7 +15,7 @@ std::string reference_to(const std::string &name)
 
 std::string meant(const std::string &word)
 {
-    return word.empty() ? "" : "; " + quoted(word) + "?";
+    return word.empty() ? "" : "; " + in_quotes(word) + "?";
 }
 
 std::string text_of(const char *text)

@@ -10,7 +10,7 @@
 constexpr Rule end_of_rules = {nullptr, Severity::error, nullptr, nullptr};
 
 // A word in quotation marks; a reference to a setting.
-std::string quoted(const std::string &word);
+std::string in_quotes(const std::string &word);
 std::string reference_to(const std::string &name);
 
 // `; "word"?`, or nothing for "".

@@ -38,11 +38,11 @@ void unknown_setting(Survey &survey, Report &report)
             const init_item *probe = mention.line->probe.get();
             if (!probe || s_strcmp(probe->control, probe->compare) != 0)
                 report.add(*mention.file, *mention.line,
-                           quoted(mention.name) + " names no setting: " +
+                           in_quotes(mention.name) + " names no setting: " +
                                fate_without_value(*mention.file) + meant(near));
         } else if (mention.role == Role::source) {
             report.add(*mention.file, *mention.line,
-                       quoted(mention.name) + " names no setting: the line does nothing" +
+                       in_quotes(mention.name) + " names no setting: the line does nothing" +
                            meant(near));
         }
     }
@@ -59,7 +59,7 @@ void nearly_a_name(Survey &survey, Report &report)
         const std::string near = survey.flow.nearest(mention.name);
         if (!near.empty())
             report.add(*mention.file, *mention.line,
-                       quoted(mention.name) + " names no setting and is taken as it stands" +
+                       in_quotes(mention.name) + " names no setting and is taken as it stands" +
                            meant(near));
     }
 }
@@ -93,7 +93,7 @@ void control_too_early(Survey &survey, Report &report)
                                  : survey.flow.at(*mention.line, mention.name);
         if (value.must_be_none())
             report.add(*mention.file, *mention.line,
-                       quoted(mention.name) + " has no value when this line is come to: " +
+                       in_quotes(mention.name) + " has no value when this line is come to: " +
                            (is_step ? "it does nothing" : fate_without_value(*mention.file)));
     }
 }
@@ -115,7 +115,7 @@ void control_perhaps_unset(Survey &survey, Report &report)
         if (value.may_be_none && !value.must_be_none() && told.insert(mention.name).second)
             report.add(
                 *mention.file, *mention.line,
-                quoted(mention.name) +
+                in_quotes(mention.name) +
                     " begins without a value and gets one only on a condition: where that does "
                     "not hold, " +
                     fate_without_value(*mention.file));
@@ -175,7 +175,7 @@ std::string list_of(const std::set<std::string> &texts)
     size_t left = texts.size();
     for (const std::string &text : texts) {
         left--;
-        list += quoted(text) + (left > 1 ? ", " : left == 1 ? " or " : "");
+        list += in_quotes(text) + (left > 1 ? ", " : left == 1 ? " or " : "");
     }
     return list;
 }
@@ -194,9 +194,9 @@ void never_holds(Survey &survey, Report &report)
         if (can_hold(survey, file, line, value))
             return;
         report.add(file, line,
-                   quoted(control) + " is " + list_of(value.texts) +
+                   in_quotes(control) + " is " + list_of(value.texts) +
                        (value.may_be_none ? " or its own name" : "") +
-                       (compare_of(line) ? ", never " + quoted(compare_of(line))
+                       (compare_of(line) ? ", never " + in_quotes(compare_of(line))
                                          : ", which is never true") +
                        ": this line never runs");
     });
@@ -217,8 +217,9 @@ void truth_spelling(Survey &survey, Report &report)
             if (is_same_truth && !lets_run(file, text, compare) &&
                 can_hold(survey, file, line, survey.flow.at(line, control)))
                 report.add(file, line,
-                           quoted(control) + " may be " + quoted(text) + " here, which is not " +
-                               quoted(compare) + ": words are compared as they stand");
+                           in_quotes(control) + " may be " + in_quotes(text) +
+                               " here, which is not " + in_quotes(compare) +
+                               ": words are compared as they stand");
         }
     });
 }
@@ -236,7 +237,7 @@ void word_is_setting(Survey &survey, Report &report)
             !compared.is_known())
             continue;
         report.add(*mention.file, *mention.line,
-                   quoted(mention.name) +
+                   in_quotes(mention.name) +
                        " is the name of a setting, too, and what counts is its value, " +
                        list_of(compared.texts));
     }
@@ -249,17 +250,18 @@ void half_condition(Survey &survey, Report &report)
         const init_item &probe = *line->probe;
         if (probe.control && !probe.compare)
             report.add(survey.product.init, *line,
-                       quoted(probe.control) +
+                       in_quotes(probe.control) +
                            " is compared with nothing: the line runs whatever its value");
         else if (!probe.control && probe.compare)
             report.add(survey.product.init, *line,
-                       "\"-\" is compared with " + quoted(probe.compare) + ": the line never runs");
+                       "\"-\" is compared with " + in_quotes(probe.compare) +
+                           ": the line never runs");
     }
     for (const Line *line : entries_of(survey.product.questions)) {
         const quest &question = *line->question;
         if (is_asked(question.type) && !question.control && question.control_cmp)
             report.add(survey.product.questions, *line,
-                       "there is no setting to compare with " + quoted(question.control_cmp) +
+                       "there is no setting to compare with " + in_quotes(question.control_cmp) +
                            ": the question is always asked");
     }
     for (const Line *line : entries_of(survey.product.copy)) {
@@ -267,7 +269,7 @@ void half_condition(Survey &survey, Report &report)
         if (s_strcmp(command.control, "-") == 0 && command.control_cmp &&
             s_strcmp(command.control_cmp, "-") != 0 && !survey.flow.find("-"))
             report.add(survey.product.copy, *line,
-                       "there is no setting to compare with " + quoted(command.control_cmp) +
+                       "there is no setting to compare with " + in_quotes(command.control_cmp) +
                            ": the command always runs");
     }
 }
@@ -336,9 +338,9 @@ void result_unread(Survey &survey, Report &report)
             if (!is_read)
                 report.add(file_of(survey, *lines[at]), *lines[at],
                            next < lines.size()
-                               ? "nothing looks at " + quoted(name) + " before line " +
+                               ? "nothing looks at " + in_quotes(name) + " before line " +
                                      std::to_string(lines[next]->number) + " sets it anew"
-                               : "nothing in this section looks at " + quoted(name) +
+                               : "nothing in this section looks at " + in_quotes(name) +
                                      " after this line");
         }
     });
@@ -370,7 +372,7 @@ void judged_again(Survey &survey, Report &report)
                 if (judged_by(*lines[before]) != name)
                     continue;
                 report.add(file_of(survey, *lines[at]), *lines[at],
-                           quoted(name) + " has not changed since line " +
+                           in_quotes(name) + " has not changed since line " +
                                std::to_string(lines[before]->number) +
                                " judged it: this never fires");
                 break;
@@ -393,7 +395,7 @@ void action_value(Survey &survey, Report &report)
             words.insert(probe->b);
         if (!value.anything && !words.contains("upgrade") && !words.contains("install"))
             report.add(*setter->file, *setter->line,
-                       quoted(*words.begin()) +
+                       in_quotes(*words.begin()) +
                            " is no entry of the menu: its default stays \"1\" for anything but "
                            "\"upgrade\"");
     }

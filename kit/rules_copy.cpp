@@ -102,7 +102,7 @@ void exclusion_path(const CommandAt &at, Report &report)
     if (list && (is_copy(at.command) || is_removal(at.command)) && std::strchr(list, '/') &&
         !std::strstr(list, "$("))
         say(at, report,
-            quoted(list) +
+            in_quotes(list) +
                 " is compared with bare names, and no name has a \"/\": nothing is left out");
 }
 
@@ -201,8 +201,8 @@ void no_match(const CommandAt &at, Report &report)
     if (!is_certain && near.empty())
         return;
     say(at, report,
-        (is_in_folder(path) ? quoted(path) + " matches nothing in the folder"
-                            : quoted(path) + " is made by no command before") +
+        (is_in_folder(path) ? in_quotes(path) + " matches nothing in the folder"
+                            : in_quotes(path) + " is made by no command before") +
             fate_without_source(at) + meant(near));
 }
 
@@ -272,7 +272,7 @@ void destination_unmade(const CommandAt &at, Report &report)
         return;
     if (!directory.empty() && directory != "-" && is_missing_directory(at, directory))
         say(at, report,
-            "the directory " + quoted(directory) +
+            "the directory " + in_quotes(directory) +
                 " is made by no command before, and need not be there" +
                 meant(path_meant(at, directory)));
 }
@@ -294,7 +294,7 @@ void removal_ends_flow(const CommandAt &at, Report &report)
     });
     if (!is_made_here && !(is_in_folder(path) && !at.survey.folder.matches(path).empty()))
         say(at, report,
-            "where " + quoted(path) +
+            "where " + in_quotes(path) +
                 " is not there, this fails and ends the flow: let \"Exist\" look first");
 }
 
@@ -410,7 +410,7 @@ void mode_not_octal(const CommandAt &at, Report &report)
         return;
     char mode[8];
     std::snprintf(mode, sizeof mode, "%o", misread_mode(at.command.dest));
-    say(at, report, quoted(at.command.dest) + " is no octal number, and sets the mode " + mode);
+    say(at, report, in_quotes(at.command.dest) + " is no octal number, and sets the mode " + mode);
 }
 
 bool is_named_directory(const CommandAt &at, const std::string &path)
@@ -426,7 +426,7 @@ void directory_shut(const CommandAt &at, Report &report)
         wild_ilist(path.c_str(), left_out(at.command)))
         return;
     say(at, report,
-        "mode " + text_of(at.command.dest) + " takes the x off the directory " + quoted(path) +
+        "mode " + text_of(at.command.dest) + " takes the x off the directory " + in_quotes(path) +
             ", and nobody gets into it any more");
 }
 
@@ -465,7 +465,7 @@ void pages_executable(const CommandAt &at, Report &report)
             !wild_ilist(made.c_str(), left_out(at.command)) && !has_later_mode(at, made)) {
             say(at, report,
                 "\"Chmod\" goes through the whole tree: mode " + text_of(at.command.dest) +
-                    " makes " + quoted(made) + " executable, too");
+                    " makes " + in_quotes(made) + " executable, too");
             return;
         }
 }
@@ -488,7 +488,7 @@ void not_executable(const CommandAt &at, Report &report)
         if (what.line == &at.line && !what.source.empty() &&
             begins_a_program(at.survey.product, what.source) && !has_later_mode(at, path))
             say(at, report,
-                quoted(what.source) +
+                in_quotes(what.source) +
                     " is a program, and its copy has the default mode: nothing makes "
                     "it executable");
 }
@@ -505,7 +505,7 @@ void program_line_ends(const CommandAt &at, Report &report)
         if (!entry.is_directory && read_template(at.survey.product.path(path), lines) &&
             !lines.empty() && lines[0].text.starts_with("#!") && lines[0].text.ends_with('\r'))
             say(at, report,
-                quoted(path) + " has carriage returns before its line ends: it cannot be run");
+                in_quotes(path) + " has carriage returns before its line ends: it cannot be run");
     }
 }
 
@@ -527,9 +527,9 @@ void group_of_user(const CommandAt &at, Report &report)
     const struct group *group = ::getgrgid(own);
     say(at, report,
         "without a \":\" the group is " +
-            (named ? "the one called " + quoted(owner) : "number " + std::to_string(number)) +
+            (named ? "the one called " + in_quotes(owner) : "number " + std::to_string(number)) +
             ", not the user's own" +
-            (group ? "; " + quoted(owner + ":" + group->gr_name) + "?" : ""));
+            (group ? "; " + in_quotes(owner + ":" + group->gr_name) + "?" : ""));
 }
 
 void owner_colon(const CommandAt &at, Report &report)
@@ -592,7 +592,7 @@ void link_in_tree(const CommandAt &at, Report &report)
         const std::string link =
             entry.is_directory ? linked_directory(at.survey, path + "/", 0) : "";
         if (!link.empty())
-            say(at, report, quoted(link) + " is a link to a directory, which cannot be copied");
+            say(at, report, in_quotes(link) + " is a link to a directory, which cannot be copied");
     }
 }
 
@@ -633,7 +633,7 @@ void settings_overwritten(const CommandAt &at, Report &report)
     const Disk &installed = at.survey.disks.before("upgrade");
     if (!path.empty() && is_settings_file(path) && !installed.found(path).empty())
         say(at, report,
-            "the upgrade writes the settings file " + quoted(path) +
+            "the upgrade writes the settings file " + in_quotes(path) +
                 " anew, and what was edited in it is lost: let \"Exist\" look first");
 }
 

@@ -85,7 +85,7 @@ void never_removed(Survey &survey, Report &report)
             continue;
         told.insert(what.line);
         report.add(survey.product.copy, *what.line,
-                   quoted(path) + " is made here, and no command of [remove] takes it away");
+                   in_quotes(path) + " is made here, and no command of [remove] takes it away");
     }
 }
 
@@ -118,7 +118,7 @@ void note_unwritten(Survey &survey, Report &report)
         if (is_note || !near.empty())
             report.add(
                 survey.product.init, *line,
-                "no command writes " + quoted(path) +
+                "no command writes " + in_quotes(path) +
                     (probe.mode == IRFile ? ": there is nothing to read" : ": it is never there") +
                     meant(near));
     }
@@ -132,7 +132,7 @@ void looked_for_nowhere(Survey &survey, Report &report)
         const std::string near = is_nowhere(survey, path) ? near_path(survey, path) : "";
         if (!near.empty())
             report.add(file, line,
-                       "no command makes " + quoted(path) + ": it is never there" + meant(near));
+                       "no command makes " + in_quotes(path) + ": it is never there" + meant(near));
     };
     for (const Line *line : entries_of(survey.product.questions))
         if (line->question->type == QXExist)
@@ -173,7 +173,7 @@ void note_unread(Survey &survey, Report &report)
         if (directories.contains(split_path(path).directory) && !read.contains(path) &&
             told.insert(path).second)
             report.add(survey.product.copy, *line,
-                       quoted(path) + " is noted here, and nothing ever reads it back");
+                       in_quotes(path) + " is noted here, and nothing ever reads it back");
     }
 }
 
@@ -224,12 +224,13 @@ void answer_lost(Survey &survey, Report &report)
         });
         if (note != install.end()) {
             report.add(survey.product.copy, **note,
-                       quoted(mention.name) + " is noted here, and nothing reads the note back: [" +
-                           section + "] has the default");
+                       in_quotes(mention.name) +
+                           " is noted here, and nothing reads the note back: [" + section +
+                           "] has the default");
             continue;
         }
         report.add(survey.product.copy, *mention.line,
-                   "only [install] asks for " + quoted(mention.name) +
+                   "only [install] asks for " + in_quotes(mention.name) +
                        ", and nobody noted the answer down: here it has its default");
     }
 }

@@ -63,7 +63,8 @@ void unknown_word(Survey &survey, Report &report)
         if (!has_word(file, line) || is_known_word(file.kind, line.fields[0]))
             return;
         report.add(file, line,
-                   quoted(line.fields[0]) + " is no word of this file, and " + fate_of(file, line) +
+                   in_quotes(line.fields[0]) + " is no word of this file, and " +
+                       fate_of(file, line) +
                        meant(nearest_word(line.fields[0], known_words(file.kind))));
     });
 }
@@ -81,7 +82,7 @@ void incomplete_line(Survey &survey, Report &report)
                            ": it does not run, and leaves what it has to the next line");
         else
             report.add(file, line,
-                       "a column of " + quoted(line.fields[0]) +
+                       "a column of " + in_quotes(line.fields[0]) +
                            " is missing: the line is dropped");
     });
 }
@@ -122,11 +123,11 @@ void too_many_columns(Survey &survey, Report &report)
         if (file.kind == FileKind::questions && line.question->type == QCopy)
             report.add(file, line,
                        "\"Copy\" takes the name of one setting, and no setting is called " +
-                           quoted(text_of(line.question->text)));
+                           in_quotes(text_of(line.question->text)));
         else
             report.add(
                 file, line,
-                quoted(line.fields[most]) + " is one column too many and is not looked at" +
+                in_quotes(line.fields[most]) + " is one column too many and is not looked at" +
                     (most == 5 && file.kind == FileKind::init ? "" : ": no column holds blanks"));
     });
 }
@@ -197,10 +198,11 @@ void equals_sign(Survey &survey, Report &report)
         if (sign != std::string::npos && sign > 0)
             report.add(survey.product.data, *line,
                        "the name ends at the first blank: this is the setting " +
-                           quoted(setting.name) + ", not " + quoted(setting.name.substr(0, sign)));
+                           in_quotes(setting.name) + ", not " +
+                           in_quotes(setting.name.substr(0, sign)));
         else if (setting.value == "=" || setting.value.starts_with("= "))
             report.add(survey.product.data, *line,
-                       "the \"=\" becomes part of the value, " + quoted(setting.value));
+                       "the \"=\" becomes part of the value, " + in_quotes(setting.value));
     }
 }
 
@@ -262,7 +264,7 @@ void section_name_odd(Survey &survey, Report &report)
         for (const Section &section : file.sections)
             if (is_odd(file, section))
                 report.add(file, header_of(file, section),
-                           "this begins the section " + quoted(section.name) +
+                           "this begins the section " + in_quotes(section.name) +
                                ": \"]\" must be the last character, and blanks count");
     }
 }
@@ -284,7 +286,7 @@ void section_repeated(Survey &survey, Report &report)
         for (const Section &section : file.sections)
             if (!section.is_read)
                 report.add(file, header_of(file, section),
-                           "there is a section " + quoted(section.name) +
+                           "there is a section " + in_quotes(section.name) +
                                " above, and only that is ever read");
     }
 }
@@ -309,14 +311,14 @@ void section_alone(Survey &survey, Report &report)
         if (section.is_read && !is_odd(product.questions, section) &&
             !find_section(product.copy, section.name))
             report.add(product.questions, header_of(product.questions, section),
-                       product.copy.name + " has no section " + quoted(section.name) +
+                       product.copy.name + " has no section " + in_quotes(section.name) +
                            ": after the questions nothing is done" +
                            meant(section_meant(product, product.questions, section.name)));
     for (const Section &section : product.copy.sections)
         if (section.is_read && !is_odd(product.copy, section) &&
             !find_section(product.questions, section.name))
             report.add(product.copy, header_of(product.copy, section),
-                       product.questions.name + " has no section " + quoted(section.name) +
+                       product.questions.name + " has no section " + in_quotes(section.name) +
                            ", which may be empty: these commands never run" +
                            meant(section_meant(product, product.copy, section.name)));
 }
@@ -337,7 +339,7 @@ void section_missing(Survey &survey, Report &report)
     if (there != 2)
         return;
     const ProductFile &file = product.copy.is_there ? product.copy : product.questions;
-    report.add(file, "the menu offers " + quoted(missing) +
+    report.add(file, "the menu offers " + in_quotes(missing) +
                          " and there is no such section: choosing it fails");
 }
 

@@ -37,7 +37,7 @@ void loop_target(Survey &survey, Report &report)
                 report.add(survey.product.questions, *line, text);
             };
             if (!is_number(target))
-                say(quoted(target) + " is no number of a line: the jump goes to line " +
+                say(in_quotes(target) + " is no number of a line: the jump goes to line " +
                     std::to_string(std::max(0, number)));
             else if (number > static_cast<int>(lines.size()))
                 say("the section has the lines 0 to " + std::to_string(lines.size() - 1) +
@@ -146,7 +146,7 @@ void help_column(Survey &survey, Report &report)
         const std::string help = text_of(question.help_id);
         if (help != "-" && dashes >= words)
             report.add(survey.product.questions, *line,
-                       quoted(help) + " stands in the column for the help id and is not shown");
+                       in_quotes(help) + " stands in the column for the help id and is not shown");
         else if (text_of(question.text).starts_with("- "))
             report.add(survey.product.questions, *line,
                        "the text that is shown begins with \"- \": a column too many?");
@@ -186,7 +186,7 @@ void no_default(Survey &survey, Report &report)
         if (value.must_be_none())
             report.add(survey.product.questions, line,
                        "under -automate this takes the answer before it: " +
-                           quoted(line.question->setting) + " has no default");
+                           in_quotes(line.question->setting) + " has no default");
     });
 }
 
@@ -199,7 +199,7 @@ void default_is_command(Survey &survey, Report &report)
             if ((s_stricmp(text.c_str(), "q") != 0 && s_stricmp(text.c_str(), "b") != 0) ||
                 (line.question->type & QYN) || !told.insert(line.question->setting).second)
                 continue;
-            const std::string what = "the default " + quoted(text) +
+            const std::string what = "the default " + in_quotes(text) +
                                      " is what leads back, to the " +
                                      (folded(text) == "q" ? "menu" : "line before") +
                                      ": it is never taken for an answer";
@@ -218,7 +218,7 @@ void default_not_truth(Survey &survey, Report &report)
         if ((line.question->type & QYN) && text && !istrue(text->c_str()) &&
             !isfalse(text->c_str()))
             report.add(survey.product.questions, line,
-                       "the default " + quoted(*text) +
+                       "the default " + in_quotes(*text) +
                            " is neither true nor false, and counts as a no");
     });
 }
@@ -232,7 +232,7 @@ void default_refused(Survey &survey, Report &report)
             if (type == QFileName && text.find_first_of("/.") != std::string::npos) {
                 report.add(survey.product.questions, line,
                            "\"FileName\" takes directory and ending off the default " +
-                               quoted(text));
+                               in_quotes(text));
                 return;
             }
         if (type == QDirEmpty && value.texts.contains("$(current_dir)")) {
@@ -250,11 +250,11 @@ void default_refused(Survey &survey, Report &report)
         if (must_exist && is_in_folder(path) && !disk.may_have(path) &&
             !disk.makes_at(reference_to(line.question->setting)))
             report.add(survey.product.questions, line,
-                       "the default is the path " + quoted(path) +
+                       "the default is the path " + in_quotes(path) +
                            ", which is not in the folder: an unattended run ends here");
         else if (type == QDirEmpty && is_in_folder(path) && !survey.folder.list(path + "/").empty())
             report.add(survey.product.questions, line,
-                       "the default " + quoted(*text) +
+                       "the default " + in_quotes(*text) +
                            " is never empty: an unattended run ends here");
     });
 }
@@ -276,8 +276,8 @@ void default_stops(Survey &survey, Report &report)
                 if ((asked.type & QYN) && s_strcmp(asked.setting, step.setting) == 0 && text &&
                     !istrue(text->c_str()) && !asked.control)
                     report.add(survey.product.questions, *lines[at],
-                               "the default of " + quoted(asked.setting) + " is " + quoted(*text) +
-                                   ": an unattended run always ends here");
+                               "the default of " + in_quotes(asked.setting) + " is " +
+                                   in_quotes(*text) + ": an unattended run always ends here");
             }
         }
     });
@@ -317,7 +317,7 @@ void unused_answer(Survey &survey, Report &report)
                 survey.flow.find(line->question->setting)->uses > 0)
                 report.add(survey.product.questions, *line,
                            "nothing in this section looks at the answer " +
-                               quoted(line->question->setting) +
+                               in_quotes(line->question->setting) +
                                ": whatever it is comes to the same");
     });
 }

@@ -133,7 +133,7 @@ std::string bare_setting(const Flow &flow, const std::string &text)
 void braces(Survey &survey, Report &report)
 {
     const auto say = [](const std::string &name) {
-        return "only " + quoted(reference_to(name)) + " is a reference: this stays as written";
+        return "only " + in_quotes(reference_to(name)) + " is a reference: this stays as written";
     };
     for_each_line(survey.product, [&](const ProductFile &file, const Line &line) {
         std::string name = braced_setting(survey.flow, line.text);
@@ -163,13 +163,13 @@ void reference_as_name(Survey &survey, Report &report)
     for (const Mention &mention : survey.flow.mentions())
         if (mention.role != Role::reference && is_unfilled_name(mention.name))
             report.add(*mention.file, *mention.line,
-                       quoted(mention.name) +
+                       in_quotes(mention.name) +
                            " stands where a name belongs, and this column is never filled in" +
                            meant(only_reference(mention.name)));
     for (const Line *line : entries_of(survey.product.copy))
         if (is_unfilled_name(text_of(line->command->not_)))
             report.add(survey.product.copy, *line,
-                       quoted(line->command->not_) +
+                       in_quotes(line->command->not_) +
                            " stands in the column for what is left out, which is never filled in");
 }
 
@@ -185,7 +185,7 @@ void no_setting_name(Survey &survey, Report &report)
                 "\"-\" stands where the name of a setting belongs: a setting of that name is made");
         else if (mention.name.find('/') != std::string::npos)
             report.add(*mention.file, *mention.line,
-                       quoted(mention.name) + " stands where the name of a setting belongs");
+                       in_quotes(mention.name) + " stands where the name of a setting belongs");
     }
 }
 
@@ -197,7 +197,7 @@ void built_in(Survey &survey, Report &report)
         const Setting *setting = survey.flow.find(line->setting->name);
         if (setting && setting->built_in)
             report.add(survey.product.data, *line,
-                       quoted(line->setting->name) +
+                       in_quotes(line->setting->name) +
                            " is a setting of the program's own, which is found first: this value "
                            "never counts");
     }
@@ -205,7 +205,7 @@ void built_in(Survey &survey, Report &report)
         if (mention.role == Role::target && mention.name != "action" &&
             survey.flow.find(mention.name)->built_in)
             report.add(*mention.file, *mention.line,
-                       quoted(mention.name) +
+                       in_quotes(mention.name) +
                            " is a setting of the program's own, which nothing can change");
 }
 
@@ -215,7 +215,7 @@ void repeated_setting(Survey &survey, Report &report)
     for (const Line *line : entries_of(survey.product.data))
         if (!names.insert(line->setting->name).second)
             report.add(survey.product.data, *line,
-                       quoted(line->setting->name) + " has a line above, and only that counts");
+                       in_quotes(line->setting->name) + " has a line above, and only that counts");
 }
 
 void doubled_name(Survey &survey, Report &report)
@@ -229,7 +229,7 @@ void doubled_name(Survey &survey, Report &report)
             text_of(line->command->dest).starts_with(text_of(line->command->source) + " "))
             report.add(survey.product.copy, *line,
                        "the message begins with the name of its own setting, " +
-                           quoted(line->command->source));
+                           in_quotes(line->command->source));
 }
 
 // No part of the program knows a home directory by "~".
@@ -337,12 +337,12 @@ void unused_setting(Survey &survey, Report &report)
             continue;
         if (setting.data)
             report.add(survey.product.data, *setting.data,
-                       quoted(name) + (setting.setters.empty()
-                                           ? " is used nowhere"
-                                           : " gets a value, and nothing ever looks at it"));
+                       in_quotes(name) + (setting.setters.empty()
+                                              ? " is used nowhere"
+                                              : " gets a value, and nothing ever looks at it"));
         else
             report.add(*setting.setters[0]->file, *setting.setters[0]->line,
-                       quoted(name) + " gets a value, and nothing ever looks at it" +
+                       in_quotes(name) + " gets a value, and nothing ever looks at it" +
                            meant(survey.flow.nearest_other(name)));
     }
 }
@@ -354,7 +354,7 @@ void never_set(Survey &survey, Report &report)
         if (setting.data && !setting.built_in && setting.setters.empty() &&
             setting.data->setting->value.empty() && (setting.uses > 0 || in_texts.contains(name)))
             report.add(survey.product.data, *setting.data,
-                       quoted(name) + " begins without a value, and nothing ever gives it one");
+                       in_quotes(name) + " begins without a value, and nothing ever gives it one");
 }
 
 // A setting that the data file does not name keeps its first value.
@@ -373,7 +373,7 @@ void not_in_data(Survey &survey, Report &report)
         if (setting.setters.size() > 1 || !near.empty())
             report.add(
                 *first.file, *first.line,
-                quoted(name) +
+                in_quotes(name) +
                     " is not in the data file: it collects its values in place of keeping the "
                     "last one" +
                     meant(near));
