@@ -293,13 +293,23 @@ void section_repeated(Survey &survey, Report &report)
 
 // The name that a section of one file is probably meant to have: one of the menu's, or one of the
 // other file's.
-std::string section_meant(const Product &product, const ProductFile &file, const std::string &name)
+std::string section_meant(const ProductFile &file, const ProductFile &other,
+                          const std::string &name)
 {
-    const ProductFile &other = file.kind == FileKind::copy ? product.questions : product.copy;
     std::vector<std::string> names = section_names(other);
     names.insert(names.end(), std::begin(flow_sections), std::end(flow_sections));
     std::erase_if(names, [&](const std::string &one) { return find_section(file, one); });
     return nearest_word(name, names);
+}
+
+// The sections of a file that the other one lacks, and what comes of that.
+void add_alone(const ProductFile &file, const ProductFile &other, const char *fate, Report &report)
+{
+    for (const Section &section : file.sections)
+        if (section.is_read && !is_odd(file, section) && !find_section(other, section.name))
+            report.add(file, header_of(file, section),
+                       other.name + " has no section " + in_quotes(section.name) + fate +
+                           meant(section_meant(file, other, section.name)));
 }
 
 void section_alone(Survey &survey, Report &report)
@@ -307,20 +317,9 @@ void section_alone(Survey &survey, Report &report)
     const Product &product = survey.product;
     if (!product.questions.is_there || !product.copy.is_there)
         return;
-    for (const Section &section : product.questions.sections)
-        if (section.is_read && !is_odd(product.questions, section) &&
-            !find_section(product.copy, section.name))
-            report.add(product.questions, header_of(product.questions, section),
-                       product.copy.name + " has no section " + in_quotes(section.name) +
-                           ": after the questions nothing is done" +
-                           meant(section_meant(product, product.questions, section.name)));
-    for (const Section &section : product.copy.sections)
-        if (section.is_read && !is_odd(product.copy, section) &&
-            !find_section(product.questions, section.name))
-            report.add(product.copy, header_of(product.copy, section),
-                       product.questions.name + " has no section " + in_quotes(section.name) +
-                           ", which may be empty: these commands never run" +
-                           meant(section_meant(product, product.copy, section.name)));
+    add_alone(product.questions, product.copy, ": after the questions nothing is done", report);
+    add_alone(product.copy, product.questions, ", which may be empty: these commands never run",
+              report);
 }
 
 bool has_section(const Product &product, const char *name)
