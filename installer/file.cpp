@@ -84,26 +84,6 @@ template <typename Call> auto uninterrupted(Call call)
     return result;
 }
 
-class Descriptor {
-  public:
-    explicit Descriptor(int opened) : number(opened) {}
-    ~Descriptor()
-    {
-        if (is_open())
-            ::close(number);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    bool is_open() const { return number >= 0; }
-    int get() const { return number; }
-    int release() { return std::exchange(number, -1); }
-    bool close() { return ::close(release()) == 0; }
-
-  private:
-    int number;
-};
-
 // The next entry; null at the end, also when the rest cannot be read.
 const dirent *next_entry(const FHandle *h)
 {

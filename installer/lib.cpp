@@ -27,6 +27,11 @@ void text_free(char **text)
     *text = nullptr;
 }
 
+bool Descriptor::close()
+{
+    return !is_open() || ::close(release()) == 0;
+}
+
 void LastError::set(const char *message)
 {
     kept.reset(s_strdup(message));

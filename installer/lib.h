@@ -38,6 +38,35 @@ void text_free(char **text);
 
 using Text = Owned<char, text_free>;
 
+// Owns an open file by its number; one below 0 stands for none.
+class Descriptor {
+  public:
+    Descriptor() = default;
+    explicit Descriptor(int opened) : number(opened) {}
+    Descriptor(Descriptor &&other) noexcept : number(other.release()) {}
+    Descriptor &operator=(Descriptor &&other) noexcept
+    {
+        std::swap(number, other.number);
+        return *this;
+    }
+    ~Descriptor() { close(); }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+
+    bool is_open() const { return number >= 0; }
+    int get() const { return number; }
+
+    // Hands the number over to the caller, who closes it.
+    int release() { return std::exchange(number, -1); }
+
+    // False, with errno set, when what was written may not have reached the file. Where none is
+    // open there is nothing to do.
+    bool close();
+
+  private:
+    int number = -1;
+};
+
 // A module's last error, kept as text for whoever asks.
 class LastError {
   public:

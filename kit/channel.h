@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "descriptor.h"
+#include "lib.h"
 
 enum class Word : char {
     sentence,

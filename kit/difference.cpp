@@ -12,6 +12,7 @@
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 

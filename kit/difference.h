@@ -9,7 +9,7 @@
 
 #include <sys/stat.h>
 
-#include "descriptor.h"
+#include "lib.h"
 #include "view.h"
 
 enum class Change { created, changed, removed };

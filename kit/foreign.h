@@ -16,7 +16,7 @@
 #include <linux/seccomp.h>
 #include <sys/types.h>
 
-#include "descriptor.h"
+#include "lib.h"
 
 struct Owner {
     uid_t user;

@@ -9,7 +9,7 @@
 
 #include <sys/types.h>
 
-#include "descriptor.h"
+#include "lib.h"
 #include "log.h"
 
 // One message. Its text may hold line ends and is cut by the program at 999 characters.

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "descriptor.h"
+#include "lib.h"
 
 struct Mount {
     std::string path;

@@ -16,6 +16,7 @@
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include "channel.h"
 #include "directory.h"

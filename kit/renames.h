@@ -11,8 +11,8 @@
 
 #include <sys/types.h>
 
-#include "descriptor.h"
 #include "foreign.h"
+#include "lib.h"
 #include "tree.h"
 
 struct RenameCall;

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "descriptor.h"
+#include "lib.h"
 
 class Scratch {
   public:

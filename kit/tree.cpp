@@ -9,6 +9,7 @@
 #include <sys/mount.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include "directory.h"
 #include "mounts.h"

@@ -8,8 +8,8 @@
 
 #include <sys/stat.h>
 
-#include "descriptor.h"
 #include "foreign.h"
+#include "lib.h"
 #include "mounts.h"
 
 class Scratch;

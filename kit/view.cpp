@@ -16,6 +16,7 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "channel.h"
 #include "foreign.h"

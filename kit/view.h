@@ -12,7 +12,7 @@
 
 #include <sys/types.h>
 
-#include "descriptor.h"
+#include "lib.h"
 #include "scratch.h"
 #include "tree.h"
 
