@@ -67,6 +67,7 @@ std::string joined_path(const std::string &directory, const std::string &name)
     return directory.empty() ? name : without_slash(directory) + "/" + name;
 }
 
+// Below the directory, which is not counted itself; of a script's path both separators count.
 bool is_inside(const std::string &path, const std::string &directory)
 {
     return path.size() > directory.size() && path.starts_with(directory) &&
