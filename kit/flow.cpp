@@ -1,6 +1,7 @@
 #include "flow.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <memory>
 #include <numeric>
@@ -10,17 +11,18 @@
 
 // --- Words -----------------------------------------------------------------------------------
 
-std::string folded(std::string text)
-{
-    for (char &c : text)
-        c = static_cast<char>(charmap[static_cast<unsigned char>(c)]);
-    return text;
-}
-
 size_t distance(std::string_view a, std::string_view b, size_t most)
 {
     if (a.size() > b.size() + most || b.size() > a.size() + most)
         return most + 1;
+    while (!a.empty() && !b.empty() && a.front() == b.front()) {
+        a.remove_prefix(1);
+        b.remove_prefix(1);
+    }
+    while (!a.empty() && !b.empty() && a.back() == b.back()) {
+        a.remove_suffix(1);
+        b.remove_suffix(1);
+    }
     std::vector<size_t> before(b.size() + 1), last(b.size() + 1), row(b.size() + 1);
     std::iota(last.begin(), last.end(), size_t{0});
     for (size_t i = 1; i <= a.size(); i++) {
@@ -36,23 +38,49 @@ size_t distance(std::string_view a, std::string_view b, size_t most)
     return std::min(last[b.size()], most + 1);
 }
 
+namespace {
+
+// The letters of a word, as a set. Changing one letter of a word takes at most one out of this and
+// puts one in, so that most words need no closer look.
+std::uint64_t letters_of(std::string_view word)
+{
+    std::uint64_t letters = 0;
+    for (const char c : word)
+        letters |= std::uint64_t{1} << (static_cast<unsigned char>(c) % 64);
+    return letters;
+}
+
+} // namespace
+
+NearestWord::NearestWord(std::string_view of)
+    : word(of), letters(letters_of(of)),
+      nearest(of.size() < 2 ? 0 : std::max<size_t>(1, of.size() / 4) + 1)
+{
+}
+
+void NearestWord::look_at(const std::string &candidate)
+{
+    if (candidate.size() <= 2 || candidate.size() >= word.size() + nearest ||
+        word.size() >= candidate.size() + nearest)
+        return;
+    const bool same_but_for_case =
+        candidate.size() == word.size() && s_stricmp(word.c_str(), candidate.c_str()) == 0;
+    const auto others = static_cast<size_t>(std::popcount(letters ^ letters_of(candidate)));
+    if (!same_but_for_case && others > 2 * (nearest - 1))
+        return;
+    const size_t apart = same_but_for_case ? 0 : distance(word, candidate, nearest - 1);
+    if (apart < nearest) {
+        found = candidate;
+        nearest = apart;
+    }
+}
+
 std::string nearest_word(std::string_view word, const std::vector<std::string> &words)
 {
-    std::string best;
-    size_t best_distance = std::max<size_t>(1, word.size() / 4) + 1;
-    if (word.size() < 2)
-        return best;
-    for (const std::string &candidate : words) {
-        const bool same_but_for_case = s_stricmp(std::string(word).c_str(), candidate.c_str()) == 0;
-        const size_t apart = same_but_for_case ? 0 : distance(word, candidate, best_distance - 1);
-        if (apart < best_distance && candidate.size() > 2) {
-            best = candidate;
-            best_distance = apart;
-        }
-        if (best_distance == 0)
-            break;
-    }
-    return best;
+    NearestWord nearest(word);
+    for (const std::string &candidate : words)
+        nearest.look_at(candidate);
+    return nearest.best();
 }
 
 // --- Values ----------------------------------------------------------------------------------
@@ -236,8 +264,10 @@ void Flow::build_settings()
         if (mention.role == Role::target)
             known[mention.name].setters.push_back(&mention);
     }
-    for (const auto &[name, setting] : known)
+    for (const auto &[name, setting] : known) {
         names.push_back(name);
+        spellings[folded(name)]++;
+    }
     for (const Mention &mention : all_mentions)
         if (mention.role != Role::target)
             if (const auto found = known.find(mention.name); found != known.end())
@@ -257,6 +287,11 @@ const Setting *Flow::find(const std::string &name) const
     return found == known.end() ? nullptr : &found->second;
 }
 
+bool Flow::is_in_data(const std::string &name) const
+{
+    return data_names.contains(folded(name));
+}
+
 std::string Flow::nearest(const std::string &word) const
 {
     // Many unknown names in a large file are no misspelt ones.
@@ -267,9 +302,16 @@ std::string Flow::nearest(const std::string &word) const
 
 std::string Flow::nearest_other(const std::string &name) const
 {
-    std::vector<std::string> others = names;
-    std::erase(others, name);
-    return nearest_word(name, others);
+    NearestWord nearest(name);
+    const auto same_letters = spellings.find(folded(name));
+    const bool is_alone = same_letters == spellings.end() || same_letters->second == 1;
+    for (const std::string &other : names) {
+        if (other != name)
+            nearest.look_at(other);
+        if (is_alone && nearest.is_all_but_equal())
+            break;
+    }
+    return nearest.best();
 }
 
 // --- The data file ---------------------------------------------------------------------------

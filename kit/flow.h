@@ -7,6 +7,7 @@
 // that is not in a set cannot come up in a run, while one that is need not.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <set>
 #include <string>
@@ -76,6 +77,9 @@ class Flow {
     const Setting *find(const std::string &name) const;
     const std::map<std::string, Setting> &settings() const { return known; }
 
+    // True for a setting of the data file or of the program, without regard to case.
+    bool is_in_data(const std::string &name) const;
+
     // The name of a setting that a word is probably meant for; "" when none is near.
     std::string nearest(const std::string &word) const;
     // The same for the name of a setting, which is not counted itself.
@@ -118,6 +122,7 @@ class Flow {
     std::unordered_map<const Line *, std::vector<const Mention *>> by_line;
     std::map<std::string, Setting> known;
     std::vector<std::string> names;                          // of all settings
+    std::unordered_map<std::string, size_t> spellings;       // of a name in lower case
     mutable size_t compared = 0;                             // names, in search of one that is near
     std::unordered_map<std::string, std::string> data_names; // by the name in lower case
     std::map<std::string, std::string> resolved_values;
@@ -126,15 +131,29 @@ class Flow {
     std::unordered_map<const Line *, Seen> seen_at_load;
 };
 
-// A text with the 26 upper-case letters in lower case, as the installer folds them.
-std::string folded(std::string text);
-
 // The number of letters to change, add, leave out or swap to get from one word to the other, up to
 // `most`; more than that gives most + 1.
 size_t distance(std::string_view a, std::string_view b, size_t most);
 
-// The word out of a list that is nearest to one that is probably misspelt; "" when none is near.
-// A word is near when few of its letters differ: one in four, and not all.
+// Among the words that it is shown the first of those that are nearest to one that is probably
+// misspelt. A word is near when few of its letters differ: one in four, and not all.
+class NearestWord {
+  public:
+    explicit NearestWord(std::string_view word);
+
+    void look_at(const std::string &candidate);
+    const std::string &best() const { return found; } // "": none is near
+    // True when only a word with the same letters, but for their case, would be nearer.
+    bool is_all_but_equal() const { return nearest <= 1; }
+
+  private:
+    std::string word;
+    std::uint64_t letters;
+    size_t nearest; // only what is nearer counts
+    std::string found;
+};
+
+// The nearest word out of a list; "" when none is near.
 std::string nearest_word(std::string_view word, const std::vector<std::string> &words);
 
 // Calls back with each reference in a text, which may be null; one that is not closed comes last.

@@ -14,6 +14,13 @@
 #include "log.h"
 #include "shared.h"
 
+std::string folded(std::string text)
+{
+    for (char &c : text)
+        c = static_cast<char>(charmap[static_cast<unsigned char>(c)]);
+    return text;
+}
+
 void RecordRelease::operator()(copy_cmd *command) const
 {
     copy_release(*command);
@@ -87,7 +94,8 @@ class FileReader {
 
 void FileReader::open_section(const char *name)
 {
-    const bool is_read = !find_section(file, name);
+    const bool is_read =
+        file.section_numbers.try_emplace(folded(name), file.sections.size()).second;
     file.sections.push_back({.name = name, .header = file.lines.size(), .is_read = is_read});
     entries = 0;
     type_left = {};
@@ -271,12 +279,8 @@ bool load_product(const std::string &folder, const std::string &name, Product &p
 
 const Section *find_section(const ProductFile &file, std::string_view name)
 {
-    const std::string wanted(name);
-    const auto found =
-        std::find_if(file.sections.begin(), file.sections.end(), [&](const Section &section) {
-            return s_stricmp(section.name.c_str(), wanted.c_str()) == 0;
-        });
-    return found == file.sections.end() ? nullptr : &*found;
+    const auto found = file.section_numbers.find(folded(std::string(name)));
+    return found == file.section_numbers.end() ? nullptr : &file.sections[found->second];
 }
 
 std::vector<const Line *> section_lines(const ProductFile &file, std::string_view section)
@@ -285,10 +289,9 @@ std::vector<const Line *> section_lines(const ProductFile &file, std::string_vie
     const Section *wanted = section.empty() ? nullptr : find_section(file, section);
     if (!section.empty() && !wanted)
         return lines;
-    const auto number = wanted ? static_cast<int>(wanted - file.sections.data()) : -1;
-    for (const Line &line : file.lines)
-        if (line.kind != LineKind::header && line.section == number)
-            lines.push_back(&line);
+    for (size_t at = wanted ? wanted->header + 1 : 0;
+         at < file.lines.size() && file.lines[at].kind != LineKind::header; at++)
+        lines.push_back(&file.lines[at]);
     return lines;
 }
 

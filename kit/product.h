@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "copy.h"
@@ -24,6 +25,9 @@ enum class LineKind {
     dropped, // one that lacks a field; of the init script: one that leaves its fields to the next
     outside, // before the first section
 };
+
+// A text with the 26 upper-case letters in lower case, as the installer folds them.
+std::string folded(std::string text);
 
 // A setting of the data file.
 struct DataSetting {
@@ -73,6 +77,7 @@ struct ProductFile {
     bool is_there = false; // false: there is no such file
     std::vector<Line> lines;
     std::vector<Section> sections;
+    std::unordered_map<std::string, size_t> section_numbers; // of those read, by folded name
 };
 
 struct Product {
