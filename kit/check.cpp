@@ -24,10 +24,9 @@ constexpr const Rule *families[] = {line_rules,     reference_rules, condition_r
 
 } // namespace
 
-void Report::set_rule(const char *word, Severity of)
+void Report::set_rule(const Rule &of)
 {
-    rule = word;
-    severity = of;
+    rule = &of;
 }
 
 void Report::add(const ProductFile &file, const Line &line, const std::string &text)
@@ -45,8 +44,8 @@ void Report::add(const ProductFile &file, unsigned line, const std::string &text
     findings.push_back({.order = static_cast<int>(file.kind),
                         .file = file.name,
                         .line = line,
-                        .severity = severity,
-                        .rule = rule,
+                        .severity = rule->severity,
+                        .rule = rule->word,
                         .text = text});
 }
 
@@ -55,18 +54,21 @@ void Report::add(const FilledText &file, unsigned line, const std::string &text)
     findings.push_back({.order = file.used ? template_order : blurb_order,
                         .file = file.name,
                         .line = line,
-                        .severity = severity,
-                        .rule = rule,
+                        .severity = rule->severity,
+                        .rule = rule->word,
                         .text = text});
 }
 
 const Rule *check_rule(unsigned number)
 {
-    for (const Rule *family : families)
-        for (const Rule *rule = family; rule->word; rule++)
-            if (number-- == 0)
-                return rule;
-    return nullptr;
+    static const std::vector<const Rule *> rules = [] {
+        std::vector<const Rule *> all;
+        for (const Rule *rule : families)
+            for (; rule->word; rule++)
+                all.push_back(rule);
+        return all;
+    }();
+    return number < rules.size() ? rules[number] : nullptr;
 }
 
 // --- Accepting -------------------------------------------------------------------------------
@@ -147,15 +149,19 @@ size_t accept_findings(const Product &product, Report &report)
         const auto more = acceptances_of(*product.file(kind));
         acceptances.insert(acceptances.end(), more.begin(), more.end());
     }
+    std::multimap<std::pair<std::string, unsigned>, Acceptance *> by_place;
+    for (Acceptance &one : acceptances)
+        if (!one.reason.empty())
+            by_place.emplace(std::pair(one.file->name, one.line), &one);
     const size_t removed = std::erase_if(report.findings, [&](const Finding &finding) {
         bool is_accepted = false;
-        for (Acceptance &one : acceptances)
-            if (one.file->name == finding.file && one.line == finding.line &&
-                one.rule == finding.rule && !one.reason.empty())
-                is_accepted = one.is_used = true;
+        const auto [first, last] = by_place.equal_range({finding.file, finding.line});
+        for (auto place = first; place != last; ++place)
+            if (place->second->rule == finding.rule)
+                is_accepted = place->second->is_used = true;
         return is_accepted;
     });
-    report.set_rule(acceptance_rule.word, acceptance_rule.severity);
+    report.set_rule(acceptance_rule);
     for (const Acceptance &one : acceptances)
         report_acceptance(one, report);
     return removed;
@@ -190,17 +196,19 @@ void look_at_commands(Survey &survey, Report &report)
     for (const Section &section : survey.product.copy.sections) {
         if (!section.is_read || section.name.empty())
             continue;
+        const SectionView view(survey, section.name);
         Disk disk = survey.disks.before(section.name);
         walk_section(survey.product, survey.flow, section.name, disk,
                      [&](const Line &line, const copy_cmd &command, const Disk &before) {
                          const CommandAt at = {.survey = survey,
                                                .section = section.name,
+                                               .view = view,
                                                .line = line,
                                                .command = command,
                                                .disk = before};
                          for (unsigned number = 0; const Rule *rule = check_rule(number); number++)
                              if (rule->step) {
-                                 report.set_rule(rule->word, rule->severity);
+                                 report.set_rule(*rule);
                                  rule->step(at, report);
                              }
                      });
@@ -219,7 +227,7 @@ std::vector<Finding> check_product(const Product &product, size_t &accepted)
     Report report;
     for (unsigned number = 0; const Rule *rule = check_rule(number); number++)
         if (rule->look) {
-            report.set_rule(rule->word, rule->severity);
+            report.set_rule(*rule);
             rule->look(survey, report);
         }
     look_at_commands(survey, report);

@@ -6,6 +6,8 @@
 //     # check: destination-slash: everything is in place already, this line only documents it
 #pragma once
 
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -44,10 +46,21 @@ struct Survey {
     std::vector<FilledText> texts; // templates, and the blurb last
 };
 
+class Report;
+struct CommandAt;
+
+// A rule looks at the whole product, or at each command of each section in turn.
+struct Rule {
+    const char *word;
+    Severity severity;
+    void (*look)(Survey &survey, Report &report);
+    void (*step)(const CommandAt &at, Report &report);
+};
+
 // Where a rule puts what it finds.
 class Report {
   public:
-    void set_rule(const char *word, Severity severity);
+    void set_rule(const Rule &of);
 
     void add(const ProductFile &file, const Line &line, const std::string &text);
     void add(const FilledText &file, unsigned line, const std::string &text);
@@ -58,25 +71,39 @@ class Report {
     std::vector<Finding> findings;
 
   private:
-    std::string rule;
-    Severity severity = Severity::error;
+    const Rule *rule = nullptr;
+};
+
+// What the commands of a section ask about the rest of it, found out once.
+class SectionView {
+  public:
+    SectionView(const Survey &survey, const std::string &section);
+
+    // True for the setting of one of its questions.
+    bool asks_for(const std::string &setting) const { return asked.contains(setting); }
+    // True when one of its steps may end the flow before its commands run.
+    bool may_end() const { return has_end; }
+    // True when a line behind one removes the file of that path, or gives the path a mode.
+    bool removes_behind(const Line &line, const std::string &path) const;
+    bool has_mode_behind(const Line &line, const std::string &path) const;
+
+  private:
+    std::set<std::string> asked;
+    bool has_end = false;
+    // The number of the last line for each path, and of every one with a wildcard, by directory.
+    std::map<std::string, unsigned> removals;
+    std::map<std::string, unsigned> modes;
+    std::map<std::string, std::vector<std::pair<unsigned, std::string>>> wildcard_modes;
 };
 
 // A command of a section with the model of the disk before it.
 struct CommandAt {
     Survey &survey;
     const std::string &section;
+    const SectionView &view;
     const Line &line;
     const copy_cmd &command;
     const Disk &disk;
-};
-
-// A rule looks at the whole product, or at each command of each section in turn.
-struct Rule {
-    const char *word;
-    Severity severity;
-    void (*look)(Survey &survey, Report &report);
-    void (*step)(const CommandAt &at, Report &report);
 };
 
 // A family of rules, ended by one without a word.

@@ -33,10 +33,33 @@ std::vector<FolderEntry> Folder::matches(const std::string &path)
 {
     const SplitPath split = split_path(path);
     std::vector<FolderEntry> found;
-    for (const FolderEntry &entry : list(split.directory))
+    const std::vector<FolderEntry> &entries = list(split.directory);
+    if (!has_wildcard(split.name)) {
+        const auto place = std::lower_bound(
+            entries.begin(), entries.end(), split.name,
+            [](const FolderEntry &entry, const std::string &name) { return entry.name < name; });
+        if (place != entries.end() && place->name == split.name)
+            found.push_back(*place);
+        return found;
+    }
+    for (const FolderEntry &entry : entries)
         if (wild_match(entry.name.c_str(), split.name.c_str()))
             found.push_back(entry);
     return found;
+}
+
+const std::string &Folder::first_line(const std::string &path)
+{
+    const auto [place, is_new] = first_lines.try_emplace(path);
+    std::vector<TemplateLine> lines;
+    if (is_new && read_template(product.path(path), lines) && !lines.empty())
+        place->second = lines[0].text;
+    return place->second;
+}
+
+bool has_wildcard(const std::string &path)
+{
+    return path.find_first_of("*?") != std::string::npos;
 }
 
 SplitPath split_path(const std::string &path)
@@ -68,10 +91,16 @@ std::string joined_path(const std::string &directory, const std::string &name)
 }
 
 // Below the directory, which is not counted itself; of a script's path both separators count.
-bool is_inside(const std::string &path, const std::string &directory)
+bool is_inside(std::string_view path, std::string_view directory)
 {
     return path.size() > directory.size() && path.starts_with(directory) &&
            is_separator(path[directory.size()]);
+}
+
+// Where in the order of paths those in a directory have come to their end.
+std::string behind(std::string_view directory)
+{
+    return std::string(directory) + static_cast<char>('/' + 1);
 }
 
 // The references of a path, which stand for its unknown parts.
@@ -134,11 +163,25 @@ std::vector<std::string> Disk::found(const std::string &path) const
 {
     const SplitPath split = split_path(path);
     std::vector<std::string> paths;
-    for (auto place = all.lower_bound(split.directory);
-         place != all.end() && place->first.starts_with(split.directory); ++place) {
-        const std::string name = place->first.substr(split.directory.size());
-        if (name.find('/') == std::string::npos && wild_match(name.c_str(), split.name.c_str()))
+    if (!has_wildcard(split.name)) {
+        if (all.contains(path))
+            paths.push_back(path);
+        return paths;
+    }
+    const size_t length = split.directory.size();
+    const std::string begin = path.substr(0, path.find_first_of("*?", length));
+    for (auto place = all.lower_bound(begin);
+         place != all.end() && place->first.starts_with(begin);) {
+        const size_t end = place->first.find('/', length);
+        if (end != std::string::npos) {
+            const std::string_view directory(place->first.data(), end);
+            if (++place != all.end() && is_inside(place->first, directory))
+                place = all.lower_bound(behind(directory));
+            continue;
+        }
+        if (wild_match(place->first.c_str() + length, split.name.c_str()))
             paths.push_back(place->first);
+        ++place;
     }
     return paths;
 }
@@ -227,10 +270,11 @@ void Disk::copy_made(const std::string &source, const std::string &target, const
         if (!is_directory(one))
             copies[to] = {.line = &line, .is_directory = false, .source = ""};
         else if (command.type == CpyDir)
-            for (const auto &[path, what] : all)
-                if (path == one || is_inside(path, one))
-                    copies[to + path.substr(one.size())] = {
-                        .line = &line, .is_directory = what.is_directory, .source = ""};
+            for (auto place = all.lower_bound(one);
+                 place != all.end() && place->first.starts_with(one); ++place)
+                if (place->first == one || is_inside(place->first, one))
+                    copies[to + place->first.substr(one.size())] = {
+                        .line = &line, .is_directory = place->second.is_directory, .source = ""};
     }
     for (const auto &[path, what] : copies)
         make(path, what);
@@ -351,8 +395,13 @@ Disks::Disks(const Product &of, const Flow &with, Folder &in)
     walk_section(of, with, "upgrade", upgraded, nothing);
     // What install has made is still there where upgrade would have taken it away.
     upgraded.add(installed);
+    if (!of.copy.sections.empty())
+        all_written = upgraded.ever_made();
     for (const Section &section : of.copy.sections) {
-        Disk disk = before(section.name);
+        const std::string name = folded(section.name);
+        if (!section.is_read || name == "install" || name == "upgrade")
+            continue;
+        Disk disk = upgraded;
         walk_section(of, with, section.name, disk, nothing);
         all_written.insert(disk.ever_made().begin(), disk.ever_made().end());
     }
@@ -372,17 +421,17 @@ const Disk &Disks::before(const std::string &section) const
     return name == "install" ? fresh : name == "upgrade" ? installed : upgraded;
 }
 
-std::vector<std::string> Disks::written_beside(const std::string &path) const
+std::string Disks::nearest_written(const std::string &path) const
 {
-    std::vector<std::string> paths;
+    NearestWord nearest(path);
     const SplitPath wanted = split_path(path);
     const auto parts = std::count(path.begin(), path.end(), '/');
     for (const std::string &part : {wanted.directory, wanted.name})
         if (const auto found = by_part.find(part); found != by_part.end())
             for (const std::string &one : found->second)
                 if (std::count(one.begin(), one.end(), '/') == parts)
-                    paths.push_back(one);
-    return paths;
+                    nearest.look_at(one);
+    return nearest.best();
 }
 
 bool Disks::makes_directory(const std::string &directory) const

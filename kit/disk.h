@@ -21,7 +21,7 @@ struct FolderEntry {
     bool is_link;
 };
 
-// The product's folder, each directory of it looked at once.
+// The product's folder, each directory and each file of it looked at once.
 class Folder {
   public:
     explicit Folder(const Product &of) : product(of) {}
@@ -32,10 +32,16 @@ class Folder {
     // Those that the last component of a path matches as a wildcard, in the directory before it.
     std::vector<FolderEntry> matches(const std::string &path);
 
+    // The first line of a text file by its path in the folder; "" when it cannot be read.
+    const std::string &first_line(const std::string &path);
+
   private:
     const Product &product;
     std::map<std::string, std::vector<FolderEntry>> known;
+    std::map<std::string, std::string> first_lines;
 };
+
+bool has_wildcard(const std::string &path);
 
 // A path divided at its last separator, as commands divide theirs: "$(d)/" and "*.html".
 struct SplitPath {
@@ -116,8 +122,9 @@ class Disks {
 
     // Every path that any section makes at any time, and every directory that one is told to make.
     const std::set<std::string> &written() const { return all_written; }
-    // Those of them that lie beside a path, or have its name in another directory.
-    std::vector<std::string> written_beside(const std::string &path) const;
+    // The one that a path is probably meant for, of those that lie beside it, or have its name in
+    // another directory; "" when none is near.
+    std::string nearest_written(const std::string &path) const;
     bool makes_directory(const std::string &directory) const;
 
   private:

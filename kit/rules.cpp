@@ -48,12 +48,13 @@ bool is_asked(QType type)
     return type != QCopy && type != QXExist && type != QError && type != QLoop;
 }
 
-bool is_asked_in(const Product &product, const std::string &section, const std::string &setting)
+std::set<std::string> asked_in(const Product &product, const std::string &section)
 {
-    const auto entries = entries_of(product.questions, section);
-    return std::any_of(entries.begin(), entries.end(), [&](const Line *line) {
-        return is_asked(line->question->type) && setting == line->question->setting;
-    });
+    std::set<std::string> settings;
+    for (const Line *line : entries_of(product.questions, section))
+        if (is_asked(line->question->type))
+            settings.insert(line->question->setting);
+    return settings;
 }
 
 std::string only_reference(const std::string &field)

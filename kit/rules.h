@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -35,8 +36,8 @@ bool is_plain_name(const std::string &word);
 // True for a type that a person is asked.
 bool is_asked(QType type);
 
-// True for the setting of a question in a section, by exact name.
-bool is_asked_in(const Product &product, const std::string &section, const std::string &setting);
+// The settings that a section asks for.
+std::set<std::string> asked_in(const Product &product, const std::string &section);
 
 // The name in a field that is one whole reference, as "$(dir)"; "" for any other.
 std::string only_reference(const std::string &field);

@@ -322,26 +322,39 @@ template <typename Take> void for_each_run(const Survey &survey, Take take)
             take(run_order(survey, section.name));
 }
 
+// For each line the next one behind it that looks at its result or sets that anew; null: none.
+std::vector<const Line *> users_of_results(const Survey &survey,
+                                           const std::vector<const Line *> &lines)
+{
+    std::vector<const Line *> users(lines.size());
+    std::unordered_map<std::string, const Line *> next; // of each name
+    for (size_t at = lines.size(); at-- > 0;) {
+        const std::string name = result_of(*lines[at]);
+        if (const auto found = next.find(name); found != next.end())
+            users[at] = found->second;
+        // On a condition it may be set anew or not.
+        if (!name.empty() && !control_of(*lines[at]))
+            next[name] = lines[at];
+        for (const Mention *mention : survey.flow.mentions_of(*lines[at]))
+            if (mention->role != Role::target)
+                next[mention->name] = lines[at];
+    }
+    return users;
+}
+
 void result_unread(Survey &survey, Report &report)
 {
     for_each_run(survey, [&](const std::vector<const Line *> &lines) {
+        const std::vector<const Line *> users = users_of_results(survey, lines);
         for (size_t at = 0; at < lines.size(); at++) {
             const std::string name = result_of(*lines[at]);
-            if (!is_plain_name(name))
-                continue;
-            // On a condition it may be set anew or not.
-            size_t next = at + 1;
-            while (next < lines.size() && !looks_at(survey, *lines[next], name) &&
-                   (result_of(*lines[next]) != name || control_of(*lines[next])))
-                next++;
-            const bool is_read = next < lines.size() && looks_at(survey, *lines[next], name);
-            if (!is_read)
+            const Line *user = users[at];
+            if (is_plain_name(name) && !(user && looks_at(survey, *user, name)))
                 report.add(file_of(survey, *lines[at]), *lines[at],
-                           next < lines.size()
-                               ? "nothing looks at " + in_quotes(name) + " before line " +
-                                     std::to_string(lines[next]->number) + " sets it anew"
-                               : "nothing in this section looks at " + in_quotes(name) +
-                                     " after this line");
+                           user ? "nothing looks at " + in_quotes(name) + " before line " +
+                                      std::to_string(user->number) + " sets it anew"
+                                : "nothing in this section looks at " + in_quotes(name) +
+                                      " after this line");
         }
     });
 }
@@ -353,30 +366,22 @@ std::string judged_by(const Line &line)
     return line.command->type == Error ? text_of(line.command->source) : "";
 }
 
-bool sets(const Survey &survey, const Line &line, const std::string &name)
-{
-    const auto &mentions = survey.flow.mentions_of(line);
-    return std::any_of(mentions.begin(), mentions.end(), [&](const Mention *mention) {
-        return mention->role == Role::target && mention->name == name;
-    });
-}
-
 void judged_again(Survey &survey, Report &report)
 {
     for_each_run(survey, [&](const std::vector<const Line *> &lines) {
-        for (size_t at = 0; at < lines.size(); at++) {
-            const std::string name = judged_by(*lines[at]);
-            for (size_t before = at; !name.empty() && before-- > 0;) {
-                if (sets(survey, *lines[before], name))
-                    break;
-                if (judged_by(*lines[before]) != name)
-                    continue;
-                report.add(file_of(survey, *lines[at]), *lines[at],
+        std::unordered_map<std::string, const Line *>
+            judges; // of names that have not been set since
+        for (const Line *line : lines) {
+            const std::string name = judged_by(*line);
+            if (const auto before = judges.find(name); !name.empty() && before != judges.end())
+                report.add(file_of(survey, *line), *line,
                            in_quotes(name) + " has not changed since line " +
-                               std::to_string(lines[before]->number) +
+                               std::to_string(before->second->number) +
                                " judged it: this never fires");
-                break;
-            }
+            judges[name] = line;
+            for (const Mention *mention : survey.flow.mentions_of(*line))
+                if (mention->role == Role::target)
+                    judges.erase(mention->name);
         }
     });
 }

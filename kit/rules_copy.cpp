@@ -47,11 +47,6 @@ const char *left_out(const copy_cmd &command)
     return s_strcmp(command.not_, "-") == 0 ? nullptr : command.not_;
 }
 
-bool has_wildcard(const std::string &path)
-{
-    return path.find_first_of("*?") != std::string::npos;
-}
-
 // --- Destinations ----------------------------------------------------------------------------
 
 bool takes_path(const copy_cmd &command)
@@ -73,10 +68,10 @@ void destination_bare(const CommandAt &at, Report &report)
         return;
     const std::string name = only_reference(field);
     const Value &value = at.survey.flow.at_load(at.line, name);
-    const bool is_bare =
-        name.empty() ? field.find("$(") == std::string::npos
-                     : value.only_text() && value.only_text()->find('/') == std::string::npos &&
-                           value.is_known() && !is_asked_in(at.survey.product, at.section, name);
+    const bool is_bare = name.empty() ? field.find("$(") == std::string::npos
+                                      : value.only_text() &&
+                                            value.only_text()->find('/') == std::string::npos &&
+                                            value.is_known() && !at.view.asks_for(name);
     if (is_bare)
         say(at, report,
             "destination has no \"/\", so no directory is ever found; \"./" +
@@ -131,35 +126,29 @@ void exclusion_pieces(const CommandAt &at, Report &report)
 
 // --- Sources ---------------------------------------------------------------------------------
 
-std::vector<std::string> names_of(const std::vector<FolderEntry> &entries)
-{
-    std::vector<std::string> names;
-    names.reserve(entries.size());
-    for (const FolderEntry &entry : entries)
-        names.push_back(entry.name);
-    return names;
-}
-
 // The path that a misspelt one is probably meant for: another name in its directory, or another
 // directory of its kind.
 std::string path_meant(const CommandAt &at, const std::string &path)
 {
     const SplitPath split = split_path(path);
-    std::vector<std::string> paths;
+    NearestWord nearest(path);
+    const auto look_at = [&](const std::string &one) {
+        if (one != path)
+            nearest.look_at(one);
+    };
     for (const std::string &one : at.disk.found(split.directory + "*"))
-        paths.push_back(one);
-    for (const auto &[one, what] : at.disk.made())
-        if (!has_wildcard(path))
-            paths.push_back(one);
+        look_at(one);
+    if (!has_wildcard(path))
+        for (const auto &[one, what] : at.disk.made())
+            look_at(one);
     if (is_in_folder(path)) {
-        for (const std::string &name : names_of(at.survey.folder.list(split.directory)))
-            paths.push_back(split.directory + name);
-        for (const std::string &name : names_of(at.survey.folder.list("")))
-            if (!split.directory.empty())
-                paths.push_back(name + "/" + split.name);
+        for (const FolderEntry &entry : at.survey.folder.list(split.directory))
+            look_at(split.directory + entry.name);
+        if (!split.directory.empty())
+            for (const FolderEntry &entry : at.survey.folder.list(""))
+                look_at(entry.name + "/" + split.name);
     }
-    std::erase(paths, path);
-    return nearest_word(path, paths);
+    return nearest.best();
 }
 
 // A directory that this product makes, only not before this command.
@@ -345,11 +334,7 @@ void unguarded_removal(const CommandAt &at, Report &report)
                                                   [](const Mention *one) {
                                                       return one->file->kind == FileKind::questions;
                                                   });
-    const auto steps = entries_of(at.survey.product.questions, at.section);
-    const bool is_guarded = std::any_of(steps.begin(), steps.end(), [](const Line *line) {
-        return line->question->type == QError;
-    });
-    if (is_chosen && !is_guarded)
+    if (is_chosen && !at.view.may_end())
         say(at, report,
             "this takes a directory that was named in an answer with all that is in it, and "
             "nothing "
@@ -439,42 +424,25 @@ bool is_page(const std::string &path)
                        [&](const char *ending) { return folded(path).ends_with(ending); });
 }
 
-// A later command of the section that gives this path a mode of its own.
-bool has_later_mode(const CommandAt &at, const std::string &path)
-{
-    const auto lines = entries_of(at.survey.product.copy, at.section);
-    return std::any_of(lines.begin(), lines.end(), [&](const Line *line) {
-        if (line->number <= at.line.number || line->command->type != Chmod)
-            return false;
-        const std::string pattern = at.survey.flow.path(line->command->source);
-        const SplitPath wanted = split_path(pattern);
-        return path == without_slash(pattern) || path.starts_with(without_slash(pattern) + "/") ||
-               (split_path(path).directory == wanted.directory &&
-                wild_match(split_path(path).name.c_str(), wanted.name.c_str()));
-    });
-}
-
 void pages_executable(const CommandAt &at, Report &report)
 {
     const int mode = at.command.type == Chmod ? mode_of(at) : -1;
     const std::string path = without_slash(source_of(at));
     if (mode < 0 || !(mode & 0111) || !at.disk.is_directory(path))
         return;
-    for (const auto &[made, what] : at.disk.made())
-        if (made.starts_with(path + "/") && !what.is_directory && is_page(made) &&
-            !wild_ilist(made.c_str(), left_out(at.command)) && !has_later_mode(at, made)) {
-            say(at, report,
-                "\"Chmod\" goes through the whole tree: mode " + text_of(at.command.dest) +
-                    " makes " + in_quotes(made) + " executable, too");
-            return;
-        }
-}
-
-bool begins_a_program(const Product &product, const std::string &path)
-{
-    std::vector<TemplateLine> lines;
-    return read_template(product.path(path), lines) && !lines.empty() &&
-           lines[0].text.starts_with("#!");
+    const std::string inside = path + "/";
+    for (auto place = at.disk.made().lower_bound(inside);
+         place != at.disk.made().end() && place->first.starts_with(inside); ++place) {
+        const std::string &made = place->first;
+        if (place->second.is_directory || !is_page(made) ||
+            wild_ilist(made.c_str(), left_out(at.command)) ||
+            at.view.has_mode_behind(at.line, made))
+            continue;
+        say(at, report,
+            "\"Chmod\" goes through the whole tree: mode " + text_of(at.command.dest) + " makes " +
+                in_quotes(made) + " executable, too");
+        return;
+    }
 }
 
 // A copy has the default mode, whatever the original had.
@@ -482,11 +450,11 @@ void not_executable(const CommandAt &at, Report &report)
 {
     if (!is_copy(at.command) || folded(at.section) != "install" || !is_in_folder(source_of(at)))
         return;
-    Disk after = at.disk;
-    after.apply(at.line, at.survey.flow);
-    for (const auto &[path, what] : after.made())
-        if (what.line == &at.line && !what.source.empty() &&
-            begins_a_program(at.survey.product, what.source) && !has_later_mode(at, path))
+    Disk copies(at.survey.folder);
+    copies.apply(at.line, at.survey.flow);
+    for (const auto &[path, what] : copies.made())
+        if (at.survey.folder.first_line(what.source).starts_with("#!") &&
+            !at.view.has_mode_behind(at.line, path))
             say(at, report,
                 in_quotes(what.source) +
                     " is a program, and its copy has the default mode: nothing makes "
@@ -501,9 +469,8 @@ void program_line_ends(const CommandAt &at, Report &report)
         return;
     for (const FolderEntry &entry : at.survey.folder.matches(source)) {
         const std::string path = split_path(source).directory + entry.name;
-        std::vector<TemplateLine> lines;
-        if (!entry.is_directory && read_template(at.survey.product.path(path), lines) &&
-            !lines.empty() && lines[0].text.starts_with("#!") && lines[0].text.ends_with('\r'))
+        const std::string &line = at.survey.folder.first_line(path);
+        if (!entry.is_directory && line.starts_with("#!") && line.ends_with('\r'))
             say(at, report,
                 in_quotes(path) + " has carriage returns before its line ends: it cannot be run");
     }
@@ -547,19 +514,9 @@ void owner_colon(const CommandAt &at, Report &report)
 
 // --- Files -----------------------------------------------------------------------------------
 
-// A later command of the section removes the path.
-bool goes_later(const CommandAt &at, const std::string &path)
-{
-    const auto lines = entries_of(at.survey.product.copy, at.section);
-    return std::any_of(lines.begin(), lines.end(), [&](const Line *line) {
-        return line->number > at.line.number && line->command->type == RmFile &&
-               at.survey.flow.path(line->command->source) == path;
-    });
-}
-
 void rfile_empties(const CommandAt &at, Report &report)
 {
-    if (at.command.type == RFile && !goes_later(at, source_of(at)))
+    if (at.command.type == RFile && !at.view.removes_behind(at.line, source_of(at)))
         say(at, report,
             "\"RFile\" empties the file here, and reads nothing; the init script is the place to "
             "read");
@@ -644,6 +601,49 @@ void error_without_message(const CommandAt &at, Report &report)
 }
 
 } // namespace
+
+SectionView::SectionView(const Survey &survey, const std::string &section)
+    : asked(asked_in(survey.product, section))
+{
+    for (const Line *line : entries_of(survey.product.questions, section))
+        has_end = has_end || line->question->type == QError;
+    for (const Line *line : entries_of(survey.product.copy, section)) {
+        const std::string &path = survey.flow.path(line->command->source);
+        const SplitPath split = split_path(path);
+        if (line->command->type == RmFile)
+            removals[path] = line->number;
+        if (line->command->type != Chmod)
+            continue;
+        modes[without_slash(path)] = line->number;
+        if (has_wildcard(split.name))
+            wildcard_modes[split.directory].emplace_back(line->number, split.name);
+    }
+}
+
+bool SectionView::removes_behind(const Line &line, const std::string &path) const
+{
+    const auto found = removals.find(path);
+    return found != removals.end() && found->second > line.number;
+}
+
+// The mode of a directory is given to all that is in it, too.
+bool SectionView::has_mode_behind(const Line &line, const std::string &path) const
+{
+    for (size_t end = path.find('/'); true; end = path.find('/', end + 1)) {
+        const auto found = modes.find(path.substr(0, end));
+        if (found != modes.end() && found->second > line.number)
+            return true;
+        if (end == std::string::npos)
+            break;
+    }
+    const SplitPath split = split_path(path);
+    const auto found = wildcard_modes.find(split.directory);
+    return found != wildcard_modes.end() &&
+           std::any_of(found->second.begin(), found->second.end(), [&](const auto &mode) {
+               return mode.first > line.number &&
+                      wild_match(split.name.c_str(), mode.second.c_str());
+           });
+}
 
 const Rule copy_rules[] = {
     {"destination-slash", Severity::error, nullptr, destination_slash},

@@ -91,12 +91,6 @@ void never_removed(Survey &survey, Report &report)
 
 // --- Notes -----------------------------------------------------------------------------------
 
-// The written path that one is probably meant for; "" when none is near.
-std::string near_path(const Survey &survey, const std::string &path)
-{
-    return nearest_word(path, survey.disks.written_beside(path));
-}
-
 // True when the path is of this product and nothing writes or ships it.
 bool is_nowhere(const Survey &survey, const std::string &path)
 {
@@ -113,7 +107,7 @@ void note_unwritten(Survey &survey, Report &report)
         const std::string path = without_slash(survey.flow.path(probe.a));
         if (!is_nowhere(survey, path))
             continue;
-        const std::string near = near_path(survey, path);
+        const std::string near = survey.disks.nearest_written(path);
         const bool is_note = probe.mode == IRFile && is_in_folder(path);
         if (is_note || !near.empty())
             report.add(
@@ -129,7 +123,7 @@ void looked_for_nowhere(Survey &survey, Report &report)
 {
     const auto look = [&](const ProductFile &file, const Line &line, const char *field) {
         const std::string path = without_slash(survey.flow.path(field));
-        const std::string near = is_nowhere(survey, path) ? near_path(survey, path) : "";
+        const std::string near = is_nowhere(survey, path) ? survey.disks.nearest_written(path) : "";
         if (!near.empty())
             report.add(file, line,
                        "no command makes " + in_quotes(path) + ": it is never there" + meant(near));
@@ -205,31 +199,34 @@ void note_last(Survey &survey, Report &report)
 // What install asks and upgrade or remove use without asking is the default there, not the answer.
 void answer_lost(Survey &survey, Report &report)
 {
+    const Product &product = survey.product;
+    std::map<std::string, std::set<std::string>> asked;
+    for (const char *section : {"install", "upgrade", "remove"})
+        asked[section] = asked_in(product, section);
+    std::map<std::string, const Line *> notes; // of install, the first of each setting
+    for (const Line *line : entries_of(product.copy, "install"))
+        if (line->command->type == WFile)
+            notes.emplace(line->command->dest, line);
     std::set<std::string> told;
     for (const Mention &mention : survey.flow.mentions()) {
         if (mention.file->kind != FileKind::copy || mention.role != Role::reference ||
             mention.line->command->control || mention.line->command->type == Error)
             continue;
-        const std::string section = section_of(survey.product.copy, *mention.line);
+        const std::string section = section_of(product.copy, *mention.line);
         const Setting *setting = survey.flow.find(mention.name);
         const bool is_later = section == "upgrade" || section == "remove";
         if (!is_later || !setting || survey.flow.at_load(*mention.line, mention.name).anything ||
-            !is_asked_in(survey.product, "install", mention.name) ||
-            is_asked_in(survey.product, section, mention.name) ||
+            !asked["install"].contains(mention.name) || asked[section].contains(mention.name) ||
             !told.insert(section + " " + mention.name).second)
             continue;
-        const auto install = entries_of(survey.product.copy, "install");
-        const auto note = std::find_if(install.begin(), install.end(), [&](const Line *line) {
-            return line->command->type == WFile && mention.name == line->command->dest;
-        });
-        if (note != install.end()) {
-            report.add(survey.product.copy, **note,
+        if (const auto note = notes.find(mention.name); note != notes.end()) {
+            report.add(product.copy, *note->second,
                        in_quotes(mention.name) +
                            " is noted here, and nothing reads the note back: [" + section +
                            "] has the default");
             continue;
         }
-        report.add(survey.product.copy, *mention.line,
+        report.add(product.copy, *mention.line,
                    "only [install] asks for " + in_quotes(mention.name) +
                        ", and nobody noted the answer down: here it has its default");
     }

@@ -265,52 +265,61 @@ void default_stops(Survey &survey, Report &report)
     for_each_section(survey.product, [&](const std::string &section, const auto &lines) {
         if (section != "install" && section != "upgrade")
             return;
-        for (size_t at = 0; at < lines.size(); at++) {
-            const quest &step = *lines[at]->question;
-            if (step.type != QError)
+        std::map<std::string, std::vector<std::string>> stops; // defaults that are a no, by setting
+        for (const Line *line : lines) {
+            const quest &question = *line->question;
+            const std::string setting = text_of(question.setting);
+            if (question.type == QError)
+                for (const std::string &text : stops[setting])
+                    report.add(survey.product.questions, *line,
+                               "the default of " + in_quotes(setting) + " is " + in_quotes(text) +
+                                   ": an unattended run always ends here");
+            if (!(question.type & QYN) || question.control)
                 continue;
-            for (size_t before = 0; before < at; before++) {
-                const quest &asked = *lines[before]->question;
-                const std::string *text =
-                    survey.flow.at_load(*lines[before], text_of(asked.setting)).only_text();
-                if ((asked.type & QYN) && s_strcmp(asked.setting, step.setting) == 0 && text &&
-                    !istrue(text->c_str()) && !asked.control)
-                    report.add(survey.product.questions, *lines[at],
-                               "the default of " + in_quotes(asked.setting) + " is " +
-                                   in_quotes(*text) + ": an unattended run always ends here");
-            }
+            const std::string *text = survey.flow.at_load(*line, setting).only_text();
+            if (text && !istrue(text->c_str()))
+                stops[setting].push_back(*text);
         }
     });
 }
 
-// Settings that a section looks at, in its steps, its commands and the texts that it fills in.
-// False when one of its templates cannot be read here.
-bool looked_at_in(const Survey &survey, const std::string &section, std::set<std::string> &names)
+// The settings that the steps and commands of each section look at.
+std::map<std::string, std::set<std::string>> looked_at_by_lines(const Flow &flow)
 {
-    for (const Mention &mention : survey.flow.mentions())
-        if (mention.role != Role::target && mention.file->kind >= FileKind::questions &&
-            section_of(*mention.file, *mention.line) == section)
-            names.insert(mention.name);
+    std::map<std::string, std::set<std::string>> names;
+    for (const Mention &mention : flow.mentions())
+        if (mention.role != Role::target && mention.file->kind >= FileKind::questions)
+            names[section_of(*mention.file, *mention.line)].insert(mention.name);
+    return names;
+}
+
+// Adds those that the texts look at which a section fills in. False when one of its templates
+// cannot be read here.
+bool add_looked_at_in_texts(const Survey &survey, const std::string &section,
+                            std::set<std::string> &names)
+{
     std::set<std::string> templates;
     for (const Line *line : entries_of(survey.product.copy, section))
         if (line->command->type == CpyIni)
             templates.insert(survey.flow.path(line->command->source));
     for (const FilledText &text : survey.texts) {
         const bool is_filled = text.used ? templates.erase(text.name) > 0 : section == "install";
+        if (!is_filled)
+            continue;
         for (const TemplateLine &line : text.lines)
-            for_each_reference(line.text.c_str(), [&](const Reference &reference) {
-                if (is_filled)
-                    names.insert(reference.name);
-            });
+            for_each_reference(line.text.c_str(),
+                               [&](const Reference &reference) { names.insert(reference.name); });
     }
     return templates.empty();
 }
 
 void unused_answer(Survey &survey, Report &report)
 {
+    auto looked_at = looked_at_by_lines(survey.flow);
     for_each_section(survey.product, [&](const std::string &section, const auto &lines) {
-        std::set<std::string> names;
-        if (!find_section(survey.product.copy, section) || !looked_at_in(survey, section, names))
+        std::set<std::string> &names = looked_at[section];
+        if (!find_section(survey.product.copy, section) ||
+            !add_looked_at_in_texts(survey, section, names))
             return;
         for (const Line *line : lines)
             if (is_asked(line->question->type) && !names.contains(line->question->setting) &&
@@ -329,10 +338,8 @@ void never_empty_again(Survey &survey, Report &report)
         if (line.question->type != QDirEmpty || section == "install")
             return;
         const std::string directory = survey.flow.path(reference_to(line.question->setting));
-        const bool is_filled =
-            std::any_of(installed.made().begin(), installed.made().end(),
-                        [&](const auto &one) { return one.first.starts_with(directory + "/"); });
-        if (is_filled)
+        const auto inside = installed.made().lower_bound(directory + "/");
+        if (inside != installed.made().end() && inside->first.starts_with(directory + "/"))
             report.add(survey.product.questions, line,
                        "install puts files into " + directory +
                            ": it is not empty here, and no such answer is taken");

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstring>
 #include <set>
+#include <unordered_map>
+#include <utility>
 
 #include "lib.h"
 
@@ -30,16 +32,9 @@ const char *fate_of_reference(const ProductFile &file, const Line &line)
 
 bool is_known_reference(const Survey &survey, const Mention &mention)
 {
-    if (survey.flow.find(mention.name))
-        return true;
-    if (mention.file->kind != FileKind::data)
-        return false;
     // Inside the data file names are found without regard to case, but only those of this file.
-    return std::any_of(survey.flow.settings().begin(), survey.flow.settings().end(),
-                       [&](const auto &one) {
-                           return (one.second.data || one.second.built_in) &&
-                                  s_stricmp(one.first.c_str(), mention.name.c_str()) == 0;
-                       });
+    return survey.flow.find(mention.name) ||
+           (mention.file->kind == FileKind::data && survey.flow.is_in_data(mention.name));
 }
 
 void unknown_reference(Survey &survey, Report &report)
@@ -257,34 +252,71 @@ void blurb_name(Survey &survey, Report &report)
                        "the text at the end of an install is read from \"blurb.txt\" alone");
 }
 
-// True when a setting's value refers to itself, on whatever way.
-bool is_cycle(const Survey &survey, const std::string &from)
-{
-    std::set<std::string> seen;
-    std::vector<std::string> next = {from};
-    while (!next.empty() && seen.size() < 200) {
-        const std::string name = next.back();
-        next.pop_back();
-        const Setting *setting = survey.flow.find(name);
-        if (!setting || !setting->data)
-            continue;
-        bool found = false;
-        for_each_reference(setting->data->setting->value.c_str(), [&](const Reference &reference) {
-            found = found || from == reference.name;
-            if (reference.end && seen.insert(reference.name).second)
-                next.emplace_back(reference.name);
-        });
-        if (found)
-            return true;
+// The references between the values of the data file; its settings and what they refer to go by
+// numbers.
+class References {
+  public:
+    explicit References(const Flow &flow)
+    {
+        for (const auto &[name, setting] : flow.settings()) {
+            if (!setting.data)
+                continue;
+            const size_t from = number_of(name);
+            for_each_reference(setting.data->setting->value.c_str(), [&](const Reference &one) {
+                const size_t to = number_of(one.name);
+                references[from].push_back({.to = to, .is_open = !one.end});
+            });
+        }
+        seen_in.resize(references.size());
     }
-    return false;
-}
+
+    // True when a setting's value refers to itself, on whatever way.
+    bool is_cycle(const std::string &name)
+    {
+        const size_t from = numbers.at(name);
+        std::vector<size_t> next = {from};
+        search++;
+        for (size_t seen = 0; !next.empty() && seen < 200;) {
+            const size_t number = next.back();
+            next.pop_back();
+            for (const One &one : references[number]) {
+                if (one.to == from)
+                    return true;
+                if (one.is_open || std::exchange(seen_in[one.to], search) == search)
+                    continue;
+                next.push_back(one.to);
+                seen++;
+            }
+        }
+        return false;
+    }
+
+  private:
+    struct One {
+        size_t to;
+        bool is_open;
+    };
+
+    size_t number_of(const std::string &name)
+    {
+        const auto [place, is_new] = numbers.try_emplace(name, references.size());
+        if (is_new)
+            references.emplace_back();
+        return place->second;
+    }
+
+    std::unordered_map<std::string, size_t> numbers;
+    std::vector<std::vector<One>> references;
+    std::vector<size_t> seen_in; // the last search that came to each
+    size_t search = 0;
+};
 
 void reference_cycle(Survey &survey, Report &report)
 {
+    References references(survey.flow);
     for (const Line *line : entries_of(survey.product.data))
         if (line->setting->value.find("$(") != std::string::npos &&
-            is_cycle(survey, line->setting->name))
+            references.is_cycle(line->setting->name))
             report.add(
                 survey.product.data, *line,
                 "the value refers to itself in the end: it is given up after 100 replacements");
@@ -360,16 +392,16 @@ void never_set(Survey &survey, Report &report)
 // A setting that the data file does not name keeps its first value.
 void not_in_data(Survey &survey, Report &report)
 {
+    std::vector<std::string> unused;
+    for (const Line *line : entries_of(survey.product.data))
+        if (!survey.flow.find(line->setting->name)->uses)
+            unused.push_back(line->setting->name);
     for (const auto &[name, setting] : survey.flow.settings()) {
         if (setting.data || setting.built_in || setting.setters.empty() || name == "-" ||
             is_unfilled_name(name) || name.find('/') != std::string::npos)
             continue;
         const Mention &first = *setting.setters[0];
-        std::vector<std::string> names;
-        for (const Line *line : entries_of(survey.product.data))
-            if (!survey.flow.find(line->setting->name)->uses)
-                names.push_back(line->setting->name);
-        const std::string near = nearest_word(name, names);
+        const std::string near = nearest_word(name, unused);
         if (setting.setters.size() > 1 || !near.empty())
             report.add(
                 *first.file, *first.line,

@@ -145,8 +145,8 @@ TEST_F(DiskTest, ASectionFindsWhatCameBeforeIt)
         },
         [&](const Fields &row) { return shown_at(disks.before(row[0]), row[1]); });
     EXPECT_TRUE(disks.written().contains("grave/deep"));
-    EXPECT_EQ(joined(disks.written_beside("lost/deep")), "grave/deep");
-    EXPECT_EQ(joined(disks.written_beside("grave/lost")), "grave/deep");
+    EXPECT_EQ(disks.nearest_written("graev/deep"), "grave/deep");
+    EXPECT_EQ(disks.nearest_written("grave/deeep"), "grave/deep");
     EXPECT_TRUE(disks.makes_directory("grave"));
     EXPECT_FALSE(disks.makes_directory("grav"));
 }
