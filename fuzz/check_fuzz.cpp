@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
+#include <set>
 
 #include "check.h"
 #include "fuzz.h"
@@ -19,12 +20,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t size)
     std::string pieces[4];
     for (std::string &piece : pieces)
         piece = take_piece(input);
-    make_scratch(input);
-    write_file("blurb.txt", input);
+    reset_modules(size);
+    // The scratch directory is as it was, since nothing is written; making it anew takes long.
+    for (const char *name : {"f", "d/f", "d/e/g", "blurb.txt"})
+        write_file(name, input);
     const char *const names[] = {"install.dat", "install.int", "install.q", "install.cpy"};
     for (size_t number = 0; number < std::size(names); number++)
         write_file(names[number], pieces[number]);
-    const size_t before = files_here();
+    static const size_t before = files_here();
     Product product;
     std::string problem;
     require(load_product(".", "", product, problem), "the product can be read");
@@ -33,12 +36,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, size_t size)
     require(std::is_sorted(findings.begin(), findings.end(),
                            [](const Finding &a, const Finding &b) { return a.order < b.order; }),
             "findings come in the order of the files");
-    require(std::all_of(findings.begin(), findings.end(),
-                        [](const Finding &one) {
-                            return one.line > 0 &&
-                                   (rule_page(one.rule) || one.rule == "acceptance");
-                        }),
-            "each has a line and a rule with a page");
+    std::set<std::string> rules;
+    for (const Finding &finding : findings) {
+        require(finding.line > 0, "each has a line");
+        rules.insert(finding.rule);
+    }
+    require(std::all_of(
+                rules.begin(), rules.end(),
+                [](const std::string &rule) { return rule_page(rule) || rule == "acceptance"; }),
+            "each has a rule with a page");
     require(files_here() == before, "nothing is written");
     return 0;
 }
