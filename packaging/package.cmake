@@ -10,7 +10,9 @@ include(GNUInstallDirs)
 
 install(PROGRAMS $<TARGET_FILE:installer> DESTINATION ${CMAKE_INSTALL_BINDIR}
   RENAME product-install)
-install(TARGETS kit DESTINATION ${CMAKE_INSTALL_BINDIR})
+if(TARGET kit)
+  install(TARGETS kit DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 foreach(section 1 5)
   file(GLOB pages CONFIGURE_DEPENDS man/*.${section})
   install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
