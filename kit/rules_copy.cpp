@@ -68,14 +68,12 @@ void destination_bare(const CommandAt &at, Report &report)
         return;
     const std::string name = only_reference(field);
     const Value &value = at.survey.flow.at_load(at.line, name);
-    const bool is_bare = name.empty() ? field.find("$(") == std::string::npos
-                                      : value.only_text() &&
-                                            value.only_text()->find('/') == std::string::npos &&
-                                            value.is_known() && !at.view.asks_for(name);
-    if (is_bare)
+    const bool is_fixed = name.empty() || (value.is_known() && !at.view.asks_for(name));
+    const std::string *path = name.empty() ? &field : value.only_text();
+    if (is_fixed && path && path->find("$(") == std::string::npos &&
+        path->find('/') == std::string::npos)
         say(at, report,
-            "destination has no \"/\", so no directory is ever found; \"./" +
-                (name.empty() ? field : *value.only_text()) + "\"?");
+            "destination has no \"/\", so no directory is ever found; \"./" + *path + "\"?");
 }
 
 // "-" where a file belongs.
