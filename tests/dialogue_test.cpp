@@ -88,7 +88,8 @@ std::string told_by_kit(const std::vector<std::string> &words, const std::string
     const char *to = words.at(0) == "run" ? "\"$0\" \"$@\" 2>&1 >/dev/null" : "\"$0\" \"$@\" 2>&1";
     std::vector<std::string> arguments = {"-c", to, INSTALLER_KIT};
     arguments.insert(arguments.end(), words.begin(), words.end());
-    const Session session = run_piped({.path = "/bin/sh", .arguments = arguments}, input);
+    const Session session =
+        run_piped({.path = "/bin/sh", .arguments = arguments, .ours = false}, input);
     return replaced(session.shown, fs::current_path(), "{here}") + "status " +
            std::to_string(session.status) + "\n";
 }
@@ -131,7 +132,8 @@ void follow(const std::string &title, std::string text)
     else if (verb == "run" || verb == "fails")
         last = shown(run_piped({.arguments = words}, text), verb == "run" ? 0 : 1);
     else if (verb == "shell")
-        last = shown(run_piped({.path = "/bin/sh", .arguments = {"-c", title.substr(6)}}, text));
+        last = shown(run_piped(
+            {.path = "/bin/sh", .arguments = {"-c", title.substr(6)}, .ours = false}, text));
     else if (verb == "nobody")
         last = shown(run_piped({.arguments = words, .as_nobody = true}, text));
     else if (verb == "root")

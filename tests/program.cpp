@@ -3,6 +3,8 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <iterator>
+#include <sstream>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -20,11 +22,15 @@ namespace {
 {
     if (program.as_nobody)
         become_nobody();
-    std::vector<char *> arguments = {const_cast<char *>(program.path.c_str())};
-    for (const std::string &argument : program.arguments)
-        arguments.push_back(const_cast<char *>(argument.c_str()));
+    std::istringstream emulator(program.ours ? INSTALLER_EMULATOR : "");
+    std::vector<std::string> words(std::istream_iterator<std::string>(emulator), {});
+    words.push_back(program.path);
+    words.insert(words.end(), program.arguments.begin(), program.arguments.end());
+    std::vector<char *> arguments;
+    for (std::string &word : words)
+        arguments.push_back(word.data());
     arguments.push_back(nullptr);
-    ::execv(program.path.c_str(), arguments.data());
+    ::execvp(arguments[0], arguments.data());
     ::_exit(127);
 }
 

@@ -121,7 +121,7 @@ class WebServer : public InDirectory {
     {
         const std::string url = "http://127.0.0.1:" + std::to_string(port) + path;
         options.insert(options.end(), {"-s", "-i", "-m", "30", url});
-        return run_piped({.path = "/usr/bin/curl", .arguments = options}, "").shown;
+        return run_piped({.path = "/usr/bin/curl", .arguments = options, .ours = false}, "").shown;
     }
 
     const int port = free_port();
