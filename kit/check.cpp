@@ -194,7 +194,8 @@ void add_texts(Survey &survey)
 void look_at_commands(Survey &survey, Report &report)
 {
     for (const Section &section : survey.product.copy.sections) {
-        if (!section.is_read || section.name.empty())
+        if (!section.is_read || section.name.empty() ||
+            entries_of(survey.product.copy, section.name).empty())
             continue;
         const SectionView view(survey, section.name);
         Disk disk = survey.disks.before(section.name);

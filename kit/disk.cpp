@@ -399,7 +399,8 @@ Disks::Disks(const Product &of, const Flow &with, Folder &in)
         all_written = upgraded.ever_made();
     for (const Section &section : of.copy.sections) {
         const std::string name = folded(section.name);
-        if (!section.is_read || name == "install" || name == "upgrade")
+        if (!section.is_read || name == "install" || name == "upgrade" ||
+            entries_of(of.copy, name).empty())
             continue;
         Disk disk = upgraded;
         walk_section(of, with, section.name, disk, nothing);

@@ -23,6 +23,8 @@ size_t distance(std::string_view a, std::string_view b, size_t most)
         a.remove_suffix(1);
         b.remove_suffix(1);
     }
+    if (std::min(a.size(), b.size()) == 0 || std::max(a.size(), b.size()) == 1)
+        return std::min(std::max(a.size(), b.size()), most + 1);
     std::vector<size_t> before(b.size() + 1), last(b.size() + 1), row(b.size() + 1);
     std::iota(last.begin(), last.end(), size_t{0});
     for (size_t i = 1; i <= a.size(); i++) {
