@@ -207,7 +207,8 @@ class Comparison {
         compare_directory(within, shows_through ? Extent::taken_up : Extent::whole);
     }
 
-    // What was in a frame from the start is a mount, and stays; only links are not.
+    // What was in a frame from the start is a mount, and stays; only links are not. What others
+    // make or remove on the machine meanwhile is no change of the view's.
     void compare_frame()
     {
         std::set<std::string> names;
@@ -218,12 +219,22 @@ class Comparison {
             struct stat after {};
             const bool was = look(layer.lower, name, before);
             const bool is = look(layer.merged, name, after);
-            const bool was_link = was && S_ISLNK(before.st_mode);
+            const bool is_new = is && is_after_start(after) && after.st_dev == layer.root.st_dev &&
+                                after.st_mode != frame_place;
+            const bool was_link = was && S_ISLNK(before.st_mode) && !is_after_start(before);
             const bool same_link =
                 was_link && link_target(layer.lower, name) == link_target(layer.merged, name);
-            if (was_link ? !same_link : is && !was && after.st_mode != frame_place)
+            if (was_link ? !same_link : !was && is_new)
                 compare_entry(name, Extent::whole);
         }
+    }
+
+    // The frame's own face was taken when it was complete.
+    bool is_after_start(const struct stat &info) const
+    {
+        const timespec &start = layer.root.st_ctim;
+        return info.st_ctim.tv_sec != start.tv_sec ? info.st_ctim.tv_sec > start.tv_sec
+                                                   : info.st_ctim.tv_nsec > start.tv_nsec;
     }
 
     Face face_of(const Descriptor &root, const std::string &within, const struct stat &info) const

@@ -204,8 +204,9 @@ def faces(kit, scratch, _):
 
 def corners(kit, scratch, _):
     """An ordinary user, with mounts below mounts, and where no namespaces may be made."""
-    place = program(scratch / "corners", "echo 1 > mounted/new; echo 2 > mounted/below/new; "
-                    "mv mounted/own/kept mounted/own/moved; echo 3 > /tmp/rehearsed")
+    place = program(scratch / "corners", "echo ready >&2; read go; echo 1 > mounted/new; "
+                    "echo 2 > mounted/below/new; mv mounted/own/kept mounted/own/moved; "
+                    "echo 3 > /tmp/rehearsed")
     mounted = place / "mounted"
     for mount in (mounted, mounted / "below"):
         mount.mkdir()
@@ -216,7 +217,17 @@ def corners(kit, scratch, _):
     for path in (place, own, own / "kept", own / "kept/file"):
         os.chown(path, USER, USER)
     user = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
-    told = trees.listed(run(place, *user, kit, "rehearse", "--json", "./work").stdout.decode())
+    leaves, comes = (pathlib.Path(tempfile.mkdtemp(dir="/tmp")) for _ in range(2))
+    command = ["timeout", "60", *user, kit, "rehearse", "--json", "./work"]
+    with subprocess.Popen(command, cwd=place, text=True, stdin=subprocess.PIPE,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE) as rehearsal:
+        while rehearsal.stderr.readline() not in ("ready\n", ""):
+            pass
+        leaves.rmdir()
+        comes.rmdir()
+        comes.symlink_to("nowhere")
+        told = trees.listed(rehearsal.communicate("go\n")[0])
+    comes.unlink()
     assert {path: what[0] for path, what in told.items()} == {
         f"{mounted}/new": "created", f"{mounted}/below/new": "created",
         f"{own}/kept": "removed", f"{own}/kept/file": "removed",
