@@ -25,15 +25,25 @@ size_t distance(std::string_view a, std::string_view b, size_t most)
     }
     if (std::min(a.size(), b.size()) == 0 || std::max(a.size(), b.size()) == 1)
         return std::min(std::max(a.size(), b.size()), most + 1);
-    std::vector<size_t> before(b.size() + 1), last(b.size() + 1), row(b.size() + 1);
-    std::iota(last.begin(), last.end(), size_t{0});
+    // Only cells near the diagonal can be few changes away; around them stands what is too many.
+    std::vector<size_t> before(b.size() + 2, most + 1), last(before), row(before);
+    std::iota(last.begin(), last.end() - 1, size_t{0});
+    size_t least_before = 0;
     for (size_t i = 1; i <= a.size(); i++) {
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); j++) {
+        const size_t from = i > most ? i - most : 1;
+        const size_t to = std::min(b.size(), i + most);
+        row[from - 1] = from == 1 ? i : most + 1;
+        size_t least = row[from - 1];
+        for (size_t j = from; j <= to; j++) {
             row[j] = std::min({last[j] + 1, row[j - 1] + 1, last[j - 1] + (a[i - 1] != b[j - 1])});
             if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
                 row[j] = std::min(row[j], before[j - 2] + 1);
+            least = std::min(least, row[j]);
         }
+        row[to + 1] = most + 1;
+        if (std::min(least, least_before) > most)
+            return most + 1;
+        least_before = least;
         before.swap(last);
         last.swap(row);
     }
