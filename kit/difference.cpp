@@ -296,7 +296,7 @@ class Comparison {
     {
         if (shared.empty())
             return;
-        if (prefix.starts_with("user")) {
+        if (!layer.keeps_names) {
             said.push_back("a file that was changed below '" + layer.path +
                            "' has other names, under which it stays as it was in this view");
             return;

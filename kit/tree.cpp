@@ -62,6 +62,29 @@ constexpr const char *trusted_options[] = {
 };
 constexpr const char *user_options[] = {",userxattr", nullptr};
 
+// Mounts an overlay that takes up changes; false with errno set.
+bool mount_overlay(const Descriptor &lower, const Descriptor &upper, const Descriptor &work,
+                   const Descriptor &place, unsigned long flags, Notes notes)
+{
+    const std::string directories = "lowerdir=" + descriptor_path(lower.get()) +
+                                    ",upperdir=" + descriptor_path(upper.get()) +
+                                    ",workdir=" + descriptor_path(work.get());
+    const char *const *options = notes == Notes::trusted ? trusted_options : user_options;
+    for (; *options; options++)
+        if (::mount("overlay", descriptor_path(place.get()).c_str(), "overlay", flags,
+                    (directories + *options).c_str()) == 0)
+            return true;
+    return false;
+}
+
+constexpr const char *no_overlay = "there is no overlay file system to be had";
+
+// By the error of a mount.
+bool is_overlay_missing()
+{
+    return errno == ENODEV || errno == EPERM;
+}
+
 // How far from the root shared directories are looked for.
 constexpr int shared_depth = 3;
 
@@ -134,7 +157,21 @@ bool PrivateTree::prepare(const Scratch &scratch)
     if (notes == Notes::none)
         return fail("the scratch file system keeps no extended attributes "
                     "(in memory it does since Linux 6.6; '--scratch DIRECTORY' takes another)");
-    return true;
+    return !scratch.is_made() || try_room();
+}
+
+// Whether the scratch directory's file system can take up changes is told by the system only where
+// an overlay is wanted.
+bool PrivateTree::try_room()
+{
+    const Descriptor top = open_directory(stage.get(), "top");
+    if (!mount_overlay(top, make_numbered("trial"), make_numbered("trial-work"), top, 0, notes))
+        return fail(is_overlay_missing()
+                        ? no_overlay
+                        : "the scratch directory lies on a file system that can take up no "
+                          "changes, as the root of a container");
+    return ::umount2(descriptor_path(place_of("/").get()).c_str(), MNT_DETACH) == 0 ||
+           fail("the scratch directory cannot be tried");
 }
 
 bool PrivateTree::build(const Scratch &scratch, const std::string &working_directory, AskOwner ask)
@@ -216,8 +253,8 @@ bool PrivateTree::hold(const Mount &mount, const std::string &path, const Descri
 {
     if (overlay(mount, path, lower, place))
         return true;
-    if (errno == ENODEV || errno == EPERM)
-        return fail("there is no overlay file system to be had");
+    if (is_overlay_missing())
+        return fail(no_overlay);
     if (has_mounts_below(path))
         return frame(mount, path, lower, place);
     said.push_back("'" + path + "' (" + mount.type + ") is read-only in this view");
@@ -234,20 +271,6 @@ Descriptor PrivateTree::make_numbered(const char *kind)
     return open_directory(room.get(), name.c_str());
 }
 
-bool PrivateTree::mount_overlay(const Mount &mount, const Layer &layer, const Descriptor &work,
-                                const Descriptor &place)
-{
-    const std::string directories = "lowerdir=" + descriptor_path(layer.lower.get()) +
-                                    ",upperdir=" + descriptor_path(layer.upper.get()) +
-                                    ",workdir=" + descriptor_path(work.get());
-    const char *const *options = notes == Notes::trusted ? trusted_options : user_options;
-    for (; *options; options++)
-        if (::mount("overlay", descriptor_path(place.get()).c_str(), "overlay", mount.flags,
-                    (directories + *options).c_str()) == 0)
-            return true;
-    return false;
-}
-
 bool PrivateTree::overlay(const Mount &mount, const std::string &path, const Descriptor &lower,
                           const Descriptor &place)
 {
@@ -256,16 +279,19 @@ bool PrivateTree::overlay(const Mount &mount, const std::string &path, const Des
                    .upper = make_numbered("upper"),
                    .merged = {},
                    .root = {},
-                   .is_frame = false};
+                   .is_frame = false,
+                   .keeps_names = false};
     const Descriptor work = make_numbered("work");
     resemble(layer.upper, lower);
     if (notes == Notes::user && path == working)
         make_anew(lower, layer.upper, ask_owner);
-    if (!mount_overlay(mount, layer, work, place))
+    if (!mount_overlay(layer.lower, layer.upper, work, place, mount.flags, notes))
         return false;
     layer.merged = place_of(path);
     if (::fstat(layer.merged.get(), &layer.root) != 0)
         return false;
+    // Asked for or not, the system makes an index only where the file system below allows one.
+    layer.keeps_names = ::faccessat(work.get(), "index", F_OK, 0) == 0;
     layers.push_back(std::move(layer));
     return true;
 }
@@ -283,7 +309,8 @@ bool PrivateTree::frame(const Mount &mount, const std::string &path, const Descr
                    .upper = make_numbered("frame"),
                    .merged = {},
                    .root = {},
-                   .is_frame = true};
+                   .is_frame = true,
+                   .keeps_names = false};
     if (!attach_mount(clone_mount(layer.upper.get()), place.get()))
         return fail("'" + path + "' cannot be laid out anew");
     layer.merged = place_of(path);

@@ -22,6 +22,7 @@ struct Layer {
     Descriptor merged; // the directory as the view shows it
     struct stat root;  // what `merged` was like before anything was run
     bool is_frame;     // only holds the places of others: there is no overlay
+    bool keeps_names;  // a file with several names stays one file when it is changed
 };
 
 // The mode of what stands in a frame below the mount of a file.
@@ -47,13 +48,12 @@ class PrivateTree {
   private:
     bool fail(const std::string &what);
     bool prepare(const Scratch &scratch);
+    bool try_room();
     bool cover(const Mount &mount);
     bool hold(const Mount &mount, const std::string &path, const Descriptor &lower,
               const Descriptor &place);
     bool overlay(const Mount &mount, const std::string &path, const Descriptor &lower,
                  const Descriptor &place);
-    bool mount_overlay(const Mount &mount, const Layer &layer, const Descriptor &work,
-                       const Descriptor &place);
     bool frame(const Mount &mount, const std::string &path, const Descriptor &lower,
                const Descriptor &place);
     bool frame_entry(const Mount &mount, const std::string &path, const char *name,

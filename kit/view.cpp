@@ -209,7 +209,9 @@ class Keeper {
         for (const std::string &sentence : tree.said)
             send_message(channel, {.word = Word::sentence, .text = sentence});
         for (Layer &layer : tree.layers) {
-            Message message{.word = layer.is_frame ? Word::frame : Word::layer, .text = layer.path};
+            Message message{.word = layer.is_frame ? Word::frame : Word::layer,
+                            .number = layer.keeps_names ? 1 : 0,
+                            .text = layer.path};
             message.descriptors.push_back(std::move(layer.lower));
             message.descriptors.push_back(std::move(layer.upper));
             message.descriptors.push_back(std::move(layer.merged));
@@ -382,7 +384,8 @@ bool View::receive_tree(std::string &reason)
                              .upper = std::move(message.descriptors[1]),
                              .merged = std::move(message.descriptors[2]),
                              .root = {},
-                             .is_frame = message.word == Word::frame});
+                             .is_frame = message.word == Word::frame,
+                             .keeps_names = message.number != 0});
             ::fstat(parts.back().merged.get(), &parts.back().root);
             break;
         case Word::failure:

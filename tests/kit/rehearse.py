@@ -17,6 +17,7 @@ import tempfile
 import time
 
 USER = 12345  # whom nobody knows here
+AS_USER = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
 PYTHON = "/usr/bin/python3" if os.path.exists("/usr/bin/python3") else sys.executable
 directory = pathlib.Path(__file__).parent
 
@@ -42,6 +43,10 @@ def compare(kit, place, top, programs, passed_over=()):
     return len(expected), rehearsal.returncode
 
 
+def mount(place, kind, options="mode=777"):
+    subprocess.run(["mount", "-t", kind, "-o", options, kind, place], check=True)
+
+
 def product(place, name):
     shutil.copytree(examples / name, place)
     shutil.copy(installer, place / "install")
@@ -59,14 +64,17 @@ def program(place, text):
 
 def random_trees(kit, scratch, rounds):
     total = 0
+    kind = subprocess.check_output(["stat", "-fc", "%T", scratch])
+    if os.getuid() == 0 and kind == b"overlayfs\n":  # keeps no file with several names together
+        mount(scratch, "tmpfs")
     for seed in range(rounds):
         top = scratch / f"round{seed}" / "tree"
         place = program(top.parent, f"exec {PYTHON} '{directory}/trees.py' '{top}' {seed} 40")
         mounts = [top / "mounted", top / "mounted/below"]
-        for mount in [top] + (mounts if seed % 3 == 0 and os.getuid() == 0 else []):
-            mount.mkdir()
-            if mount != top:
-                subprocess.run(["mount", "-t", "tmpfs", "tmpfs", mount], check=True)
+        for path in [top] + (mounts if seed % 3 == 0 and os.getuid() == 0 else []):
+            path.mkdir()
+            if path != top:
+                mount(path, "tmpfs")
         trees.Work(str(top), -seed - 1).do(60, lambda met: None)
         os.chdir(scratch)
         total += compare(kit, place, top, [["./work"]])[0]
@@ -113,6 +121,8 @@ def killed(kit, scratch, _):
     place = product(scratch / "product", "guestbook")
     room = scratch / "room"
     room.mkdir()
+    if os.getuid() == 0:
+        mount(room, "tmpfs")
     exactly = trees.snapshot(scratch, trees.times)
     mounts = pathlib.Path("/proc/self/mountinfo").read_text()
     for point in range(20):
@@ -208,17 +218,16 @@ def corners(kit, scratch, _):
                     "echo 2 > mounted/below/new; mv mounted/own/kept mounted/own/moved; "
                     "echo 3 > /tmp/rehearsed")
     mounted = place / "mounted"
-    for mount in (mounted, mounted / "below"):
-        mount.mkdir()
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=777", "tmpfs", mount], check=True)
+    for path in (mounted, mounted / "below"):
+        path.mkdir()
+        mount(path, "tmpfs")
     own = mounted / "own"
     (own / "kept").mkdir(parents=True)
     (own / "kept/file").touch()
     for path in (place, own, own / "kept", own / "kept/file"):
         os.chown(path, USER, USER)
-    user = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
     leaves, comes = (pathlib.Path(tempfile.mkdtemp(dir="/tmp")) for _ in range(2))
-    command = ["timeout", "60", *user, kit, "rehearse", "--json", "./work"]
+    command = ["timeout", "60", *AS_USER, kit, "rehearse", "--json", "./work"]
     with subprocess.Popen(command, cwd=place, text=True, stdin=subprocess.PIPE,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE) as rehearsal:
         while rehearsal.stderr.readline() not in ("ready\n", ""):
@@ -238,6 +247,26 @@ def corners(kit, scratch, _):
                   f"--bounding-set=-sys_admin --inh-caps=-sys_admin '{kit}' rehearse ./work")
     assert refused.returncode == 125 and "no private view can be made: " in refused.stderr.decode() \
         and "whoever starts it can allow it" in refused.stderr.decode(), refused
+
+
+def stacked(kit, scratch, _):
+    """On an overlay, as the root of a container is one."""
+    mount(scratch, "tmpfs")
+    below, above, spare, top = (scratch / name for name in ("below", "above", "spare", "top"))
+    for path in (below, above, spare, top):
+        path.mkdir()
+    place = program(below / "work", "echo two >> one; echo three > three")
+    (place / "one").touch()
+    (place / "other").hardlink_to(place / "one")
+    mount(top, "overlay", f"lowerdir={below},upperdir={above},workdir={spare}")
+    told = run(top / "work", kit, "rehearse", "--json", "./work")
+    assert {path: what[0] for path, what in trees.listed(told.stdout.decode()).items()} == {
+        f"{top}/work/one": "changed", f"{top}/work/three": "created"}, told
+    assert f"changed below '{top}' has other names, under which it stays" in told.stderr.decode()
+    refused = run(top / "work", kit, "rehearse", "--scratch", top, "./work")
+    assert refused.returncode == 125 and not refused.stdout, refused
+    assert "a file system that can take up no changes" in refused.stderr.decode(), refused
+    assert not list(top.glob("product-kit*")), "something is left"
 
 
 def foreign(kit, scratch, _):
@@ -334,18 +363,16 @@ def again(case, scratch, arguments):
     scratch.chmod(0o777)
     command = [PYTHON, scratch / "rehearse.py", "--here", case.removeprefix("user-"), kit,
                scratch / "install", scratch / "examples", *arguments[3:]]
-    if os.getuid() == 0 and case.startswith("user-"):
-        command = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups", *command]
-    elif os.getuid() == 0:
-        command = ["unshare", "-m", *command]
+    before = [] if os.getuid() != 0 else AS_USER if case.startswith("user-") else ["unshare", "-m"]
     program(scratch / "probe", "exit 0")
-    probe = run(scratch / "probe", *command[:command.index(PYTHON)], kit, "rehearse", "./work")
+    probe = run(scratch / "probe", *(AS_USER if case in ("corners", "foreign") else before),
+                kit, "rehearse", "./work")
     reason = probe.stderr.decode()
     if "no private view" in reason or (os.getuid() != 0 and
-                                       case in ("faces", "corners", "foreign")):
+                                       case in ("faces", "stacked", "corners", "foreign")):
         print(f"skipped: {reason or 'only root can set this up'}")
         return 1 if os.environ.get("CI") == "true" else 77
-    return subprocess.run(command, check=False).returncode
+    return subprocess.run([*before, *command], check=False).returncode
 
 
 if sys.argv[1] == "--here":
@@ -353,7 +380,8 @@ if sys.argv[1] == "--here":
     sys.dont_write_bytecode = True
     import trees
     cases = {"trees": random_trees, "flows": flows, "killed": killed, "words": words,
-             "faces": faces, "corners": corners, "foreign": foreign, "proofs": proofs}
+             "faces": faces, "stacked": stacked, "corners": corners, "foreign": foreign,
+             "proofs": proofs}
     installer, examples = (pathlib.Path(path) for path in sys.argv[4:6])
     os.umask(0o22)
     work = directory / "work"
