@@ -22,8 +22,9 @@ namespace {
 {
     if (program.as_nobody)
         become_nobody();
-    std::istringstream emulator(program.ours ? INSTALLER_EMULATOR : "");
-    std::vector<std::string> words(std::istream_iterator<std::string>(emulator), {});
+    const char *emulator = std::getenv("INSTALLER_EMULATOR");
+    std::istringstream before(program.ours && emulator ? emulator : "");
+    std::vector<std::string> words(std::istream_iterator<std::string>(before), {});
     words.push_back(program.path);
     words.insert(words.end(), program.arguments.begin(), program.arguments.end());
     std::vector<char *> arguments;
