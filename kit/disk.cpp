@@ -29,6 +29,18 @@ const std::vector<FolderEntry> &Folder::list(const std::string &directory)
     return place->second;
 }
 
+const Words &Folder::paths(const std::string &directory)
+{
+    const auto [place, is_new] = known_paths.try_emplace(directory);
+    std::vector<std::string> paths;
+    if (is_new)
+        for (const FolderEntry &entry : list(directory))
+            paths.push_back(directory + entry.name);
+    if (is_new)
+        place->second = Words(std::move(paths));
+    return place->second;
+}
+
 std::vector<FolderEntry> Folder::matches(const std::string &path)
 {
     const SplitPath split = split_path(path);
@@ -73,6 +85,11 @@ std::string without_slash(std::string path)
     while (path.size() > 1 && is_separator(path.back()))
         path.pop_back();
     return path;
+}
+
+bool lies_in(const std::string &path, const std::string &directory)
+{
+    return path.starts_with(directory) && path.find('/', directory.size()) == std::string::npos;
 }
 
 bool is_in_folder(const std::string &path)
@@ -406,11 +423,7 @@ Disks::Disks(const Product &of, const Flow &with, Folder &in)
         walk_section(of, with, section.name, disk, nothing);
         all_written.insert(disk.ever_made().begin(), disk.ever_made().end());
     }
-    for (const std::string &path : all_written) {
-        const SplitPath split = split_path(path);
-        by_part[split.directory].push_back(path);
-        by_part[split.name].push_back(path);
-    }
+    all_paths = Words({all_written.begin(), all_written.end()});
     for (const Line &line : of.copy.lines)
         if (line.kind == LineKind::entry && line.command->type == MkDir)
             directories.insert(without_slash(with.path(line.command->source)));
@@ -427,11 +440,14 @@ std::string Disks::nearest_written(const std::string &path) const
     NearestWord nearest(path);
     const SplitPath wanted = split_path(path);
     const auto parts = std::count(path.begin(), path.end(), '/');
-    for (const std::string &part : {wanted.directory, wanted.name})
-        if (const auto found = by_part.find(part); found != by_part.end())
-            for (const std::string &one : found->second)
-                if (std::count(one.begin(), one.end(), '/') == parts)
-                    nearest.look_at(one);
+    nearest.look_among(all_paths, [&](const std::string &one) {
+        if (std::count(one.begin(), one.end(), '/') != parts)
+            return NearestWord::not_meant;
+        const SplitPath split = split_path(one);
+        return split.directory == wanted.directory ? 0
+               : split.name == wanted.name         ? 1
+                                                   : NearestWord::not_meant;
+    });
     return nearest.best();
 }
 

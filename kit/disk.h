@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "flow.h"
+#include "nearest.h"
 #include "product.h"
 
 struct FolderEntry {
@@ -29,6 +30,9 @@ class Folder {
     // The entries of a directory by its path in the folder ("" for the folder itself), sorted.
     const std::vector<FolderEntry> &list(const std::string &directory);
 
+    // Their paths in the folder.
+    const Words &paths(const std::string &directory);
+
     // Those that the last component of a path matches as a wildcard, in the directory before it.
     std::vector<FolderEntry> matches(const std::string &path);
 
@@ -38,6 +42,7 @@ class Folder {
   private:
     const Product &product;
     std::map<std::string, std::vector<FolderEntry>> known;
+    std::map<std::string, Words> known_paths;
     std::map<std::string, std::string> first_lines;
 };
 
@@ -52,6 +57,9 @@ SplitPath split_path(const std::string &path);
 
 // The path without separators at its end; "/" stays.
 std::string without_slash(std::string path);
+
+// True for the path of something right in a directory, which ends with its separator or is "".
+bool lies_in(const std::string &path, const std::string &directory);
 
 // True when the path is known to be in the product's folder: it is relative, and certain.
 bool is_in_folder(const std::string &path);
@@ -122,6 +130,7 @@ class Disks {
 
     // Every path that any section makes at any time, and every directory that one is told to make.
     const std::set<std::string> &written() const { return all_written; }
+    const Words &paths() const { return all_paths; }
     // The one that a path is probably meant for, of those that lie beside it, or have its name in
     // another directory; "" when none is near.
     std::string nearest_written(const std::string &path) const;
@@ -133,5 +142,5 @@ class Disks {
     Disk upgraded;
     std::set<std::string> all_written;
     std::set<std::string> directories;
-    std::map<std::string, std::vector<std::string>> by_part; // written paths by directory and name
+    Words all_paths; // that are written
 };

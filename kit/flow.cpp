@@ -1,99 +1,11 @@
 #include "flow.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <memory>
-#include <numeric>
 
 #include "ini.h"
 #include "lib.h"
-
-// --- Words -----------------------------------------------------------------------------------
-
-size_t distance(std::string_view a, std::string_view b, size_t most)
-{
-    if (a.size() > b.size() + most || b.size() > a.size() + most)
-        return most + 1;
-    while (!a.empty() && !b.empty() && a.front() == b.front()) {
-        a.remove_prefix(1);
-        b.remove_prefix(1);
-    }
-    while (!a.empty() && !b.empty() && a.back() == b.back()) {
-        a.remove_suffix(1);
-        b.remove_suffix(1);
-    }
-    if (std::min(a.size(), b.size()) == 0 || std::max(a.size(), b.size()) == 1)
-        return std::min(std::max(a.size(), b.size()), most + 1);
-    // Only cells near the diagonal can be few changes away; around them stands what is too many.
-    std::vector<size_t> before(b.size() + 2, most + 1), last(before), row(before);
-    std::iota(last.begin(), last.end() - 1, size_t{0});
-    size_t least_before = 0;
-    for (size_t i = 1; i <= a.size(); i++) {
-        const size_t from = i > most ? i - most : 1;
-        const size_t to = std::min(b.size(), i + most);
-        row[from - 1] = from == 1 ? i : most + 1;
-        size_t least = row[from - 1];
-        for (size_t j = from; j <= to; j++) {
-            row[j] = std::min({last[j] + 1, row[j - 1] + 1, last[j - 1] + (a[i - 1] != b[j - 1])});
-            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
-                row[j] = std::min(row[j], before[j - 2] + 1);
-            least = std::min(least, row[j]);
-        }
-        row[to + 1] = most + 1;
-        if (std::min(least, least_before) > most)
-            return most + 1;
-        least_before = least;
-        before.swap(last);
-        last.swap(row);
-    }
-    return std::min(last[b.size()], most + 1);
-}
-
-namespace {
-
-// The letters of a word, as a set. Changing one letter of a word takes at most one out of this and
-// puts one in, so that most words need no closer look.
-std::uint64_t letters_of(std::string_view word)
-{
-    std::uint64_t letters = 0;
-    for (const char c : word)
-        letters |= std::uint64_t{1} << (static_cast<unsigned char>(c) % 64);
-    return letters;
-}
-
-} // namespace
-
-NearestWord::NearestWord(std::string_view of)
-    : word(of), letters(letters_of(of)),
-      nearest(of.size() < 2 ? 0 : std::max<size_t>(1, of.size() / 4) + 1)
-{
-}
-
-void NearestWord::look_at(const std::string &candidate)
-{
-    if (candidate.size() <= 2 || candidate.size() >= word.size() + nearest ||
-        word.size() >= candidate.size() + nearest)
-        return;
-    const bool same_but_for_case =
-        candidate.size() == word.size() && s_stricmp(word.c_str(), candidate.c_str()) == 0;
-    const auto others = static_cast<size_t>(std::popcount(letters ^ letters_of(candidate)));
-    if (!same_but_for_case && others > 2 * (nearest - 1))
-        return;
-    const size_t apart = same_but_for_case ? 0 : distance(word, candidate, nearest - 1);
-    if (apart < nearest) {
-        found = candidate;
-        nearest = apart;
-    }
-}
-
-std::string nearest_word(std::string_view word, const std::vector<std::string> &words)
-{
-    NearestWord nearest(word);
-    for (const std::string &candidate : words)
-        nearest.look_at(candidate);
-    return nearest.best();
-}
 
 // --- Values ----------------------------------------------------------------------------------
 
@@ -276,10 +188,10 @@ void Flow::build_settings()
         if (mention.role == Role::target)
             known[mention.name].setters.push_back(&mention);
     }
-    for (const auto &[name, setting] : known) {
-        names.push_back(name);
-        spellings[folded(name)]++;
-    }
+    std::vector<std::string> spelt;
+    for (const auto &[name, setting] : known)
+        spelt.push_back(name);
+    names = Words(std::move(spelt));
     for (const Mention &mention : all_mentions)
         if (mention.role != Role::target)
             if (const auto found = known.find(mention.name); found != known.end())
@@ -308,21 +220,16 @@ std::string Flow::nearest(const std::string &word) const
 {
     // Many unknown names in a large file are no misspelt ones.
     constexpr size_t most_compared = 500'000;
-    compared += names.size();
-    return compared > most_compared ? "" : nearest_word(word, names);
+    compared += known.size();
+    return compared > most_compared ? "" : nearest_other(word);
 }
 
 std::string Flow::nearest_other(const std::string &name) const
 {
     NearestWord nearest(name);
-    const auto same_letters = spellings.find(folded(name));
-    const bool is_alone = same_letters == spellings.end() || same_letters->second == 1;
-    for (const std::string &other : names) {
-        if (other != name)
-            nearest.look_at(other);
-        if (is_alone && nearest.is_all_but_equal())
-            break;
-    }
+    nearest.look_among(names, [&](const std::string &other) {
+        return other == name ? NearestWord::not_meant : 0;
+    });
     return nearest.best();
 }
 

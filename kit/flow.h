@@ -7,7 +7,6 @@
 // that is not in a set cannot come up in a run, while one that is need not.
 #pragma once
 
-#include <cstdint>
 #include <map>
 #include <set>
 #include <string>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "ini.h"
+#include "nearest.h"
 #include "product.h"
 
 // How a line mentions a setting.
@@ -121,8 +121,7 @@ class Flow {
     std::vector<Mention> all_mentions;
     std::unordered_map<const Line *, std::vector<const Mention *>> by_line;
     std::map<std::string, Setting> known;
-    std::vector<std::string> names;                          // of all settings
-    std::unordered_map<std::string, size_t> spellings;       // of a name in lower case
+    Words names;                                             // of all settings
     mutable size_t compared = 0;                             // names, in search of one that is near
     std::unordered_map<std::string, std::string> data_names; // by the name in lower case
     std::map<std::string, std::string> resolved_values;
@@ -130,31 +129,6 @@ class Flow {
     std::unordered_map<const Line *, Seen> seen_at;
     std::unordered_map<const Line *, Seen> seen_at_load;
 };
-
-// The number of letters to change, add, leave out or swap to get from one word to the other, up to
-// `most`; more than that gives most + 1.
-size_t distance(std::string_view a, std::string_view b, size_t most);
-
-// Among the words that it is shown the first of those that are nearest to one that is probably
-// misspelt. A word is near when few of its letters differ: one in four, and not all.
-class NearestWord {
-  public:
-    explicit NearestWord(std::string_view word);
-
-    void look_at(const std::string &candidate);
-    const std::string &best() const { return found; } // "": none is near
-    // True when only a word with the same letters, but for their case, would be nearer.
-    bool is_all_but_equal() const { return nearest <= 1; }
-
-  private:
-    std::string word;
-    std::uint64_t letters;
-    size_t nearest; // only what is nearer counts
-    std::string found;
-};
-
-// The nearest word out of a list; "" when none is near.
-std::string nearest_word(std::string_view word, const std::vector<std::string> &words);
 
 // Calls back with each reference in a text, which may be null; one that is not closed comes last.
 template <typename Take> void for_each_reference(const char *text, Take take)

@@ -130,21 +130,19 @@ std::string path_meant(const CommandAt &at, const std::string &path)
 {
     const SplitPath split = split_path(path);
     NearestWord nearest(path);
-    const auto look_at = [&](const std::string &one) {
-        if (one != path)
-            nearest.look_at(one);
+    nearest.look_among(at.survey.disks.paths(), [&](const std::string &one) {
+        const bool is_beside = lies_in(one, split.directory);
+        if (one == path || (!is_beside && has_wildcard(path)) || !at.disk.made().contains(one))
+            return NearestWord::not_meant;
+        return is_beside ? 0 : 1;
+    });
+    const auto is_other = [&](const std::string &one) {
+        return one == path ? NearestWord::not_meant : 0;
     };
-    for (const std::string &one : at.disk.found(split.directory + "*"))
-        look_at(one);
-    if (!has_wildcard(path))
-        for (const auto &[one, what] : at.disk.made())
-            look_at(one);
     if (is_in_folder(path)) {
-        for (const FolderEntry &entry : at.survey.folder.list(split.directory))
-            look_at(split.directory + entry.name);
+        nearest.look_among(at.survey.folder.paths(split.directory), is_other);
         if (!split.directory.empty())
-            for (const FolderEntry &entry : at.survey.folder.list(""))
-                look_at(entry.name + "/" + split.name);
+            nearest.look_among(at.survey.folder.paths(""), is_other, "/" + split.name);
     }
     return nearest.best();
 }

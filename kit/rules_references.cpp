@@ -396,12 +396,15 @@ void not_in_data(Survey &survey, Report &report)
     for (const Line *line : entries_of(survey.product.data))
         if (!survey.flow.find(line->setting->name)->uses)
             unused.push_back(line->setting->name);
+    const Words unused_names(std::move(unused));
     for (const auto &[name, setting] : survey.flow.settings()) {
         if (setting.data || setting.built_in || setting.setters.empty() || name == "-" ||
             is_unfilled_name(name) || name.find('/') != std::string::npos)
             continue;
         const Mention &first = *setting.setters[0];
-        const std::string near = nearest_word(name, unused);
+        NearestWord nearest(name);
+        nearest.look_among(unused_names, [](const std::string &) { return 0; });
+        const std::string &near = nearest.best();
         if (setting.setters.size() > 1 || !near.empty())
             report.add(
                 *first.file, *first.line,
