@@ -41,10 +41,13 @@ const Words &Folder::paths(const std::string &directory)
     return place->second;
 }
 
-std::vector<FolderEntry> Folder::matches(const std::string &path)
+const std::vector<FolderEntry> &Folder::matches(const std::string &path)
 {
+    const auto [known_place, is_new] = known_matches.try_emplace(path);
+    std::vector<FolderEntry> &found = known_place->second;
+    if (!is_new)
+        return found;
     const SplitPath split = split_path(path);
-    std::vector<FolderEntry> found;
     const std::vector<FolderEntry> &entries = list(split.directory);
     if (!has_wildcard(split.name)) {
         const auto place = std::lower_bound(
@@ -148,7 +151,6 @@ const char *exclusions(const copy_cmd &command)
 // The last command that writes a file counts, and the first that makes a directory.
 void Disk::put(const std::string &path, const Made &what)
 {
-    ever.insert(path);
     if (what.is_directory)
         all.try_emplace(path, what);
     else
@@ -171,8 +173,11 @@ void Disk::make(const std::string &path, const Made &what)
 
 void Disk::add(const Disk &other)
 {
-    all.insert(other.all.begin(), other.all.end());
-    ever.insert(other.ever.begin(), other.ever.end());
+    // One lies close behind the other.
+    auto behind = all.begin();
+    for (const auto &each : other.all)
+        behind = std::next(all.insert(behind, each));
+    gone.insert(other.gone.begin(), other.gone.end());
     opaque.insert(other.opaque.begin(), other.opaque.end());
 }
 
@@ -244,7 +249,7 @@ bool Disk::is_directory(const std::string &path) const
         return place->second.is_directory;
     if (!is_in_folder(clean))
         return false;
-    const auto entries = folder->matches(clean);
+    const auto &entries = folder->matches(clean);
     return entries.size() == 1 && entries[0].name == split_path(clean).name &&
            entries[0].is_directory;
 }
@@ -331,9 +336,10 @@ void Disk::apply_copy(const Line &line, const Flow &flow)
 
 void Disk::remove(const std::string &path)
 {
+    auto behind = gone.lower_bound(path);
     for (auto place = all.lower_bound(path); place != all.end() && place->first.starts_with(path);)
         if (place->first == path || is_inside(place->first, path))
-            place = all.erase(place);
+            behind = std::next(gone.insert(behind, std::move(all.extract(place++).key())));
         else
             ++place;
 }
@@ -341,13 +347,13 @@ void Disk::remove(const std::string &path)
 void Disk::rename(const std::string &from, const std::string &to, const Line &line,
                   bool for_certain)
 {
-    std::map<std::string, Made> moved;
+    std::vector<std::pair<std::string, Made>> moved;
     for (auto place = all.lower_bound(from); place != all.end() && place->first.starts_with(from);
          ++place)
         if (place->first == from || is_inside(place->first, from))
-            moved.emplace(to + place->first.substr(from.size()), place->second);
+            moved.emplace_back(to + place->first.substr(from.size()), place->second);
     if (moved.empty())
-        moved.emplace(to, Made{.line = &line, .is_directory = false, .source = ""});
+        moved.emplace_back(to, Made{.line = &line, .is_directory = false, .source = ""});
     if (for_certain)
         remove(from);
     for (const auto &[path, what] : moved)
@@ -412,8 +418,13 @@ Disks::Disks(const Product &of, const Flow &with, Folder &in)
     walk_section(of, with, "upgrade", upgraded, nothing);
     // What install has made is still there where upgrade would have taken it away.
     upgraded.add(installed);
+    const auto note_all = [&](const Disk &disk) {
+        for (const auto &[path, what] : disk.made())
+            all_written.insert(all_written.end(), path);
+        all_written.insert(disk.taken().begin(), disk.taken().end());
+    };
     if (!of.copy.sections.empty())
-        all_written = upgraded.ever_made();
+        note_all(upgraded);
     for (const Section &section : of.copy.sections) {
         const std::string name = folded(section.name);
         if (!section.is_read || name == "install" || name == "upgrade" ||
@@ -421,7 +432,7 @@ Disks::Disks(const Product &of, const Flow &with, Folder &in)
             continue;
         Disk disk = upgraded;
         walk_section(of, with, section.name, disk, nothing);
-        all_written.insert(disk.ever_made().begin(), disk.ever_made().end());
+        note_all(disk);
     }
     all_paths = Words({all_written.begin(), all_written.end()});
     for (const Line &line : of.copy.lines)

@@ -10,6 +10,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "flow.h"
@@ -34,7 +35,7 @@ class Folder {
     const Words &paths(const std::string &directory);
 
     // Those that the last component of a path matches as a wildcard, in the directory before it.
-    std::vector<FolderEntry> matches(const std::string &path);
+    const std::vector<FolderEntry> &matches(const std::string &path);
 
     // The first line of a text file by its path in the folder; "" when it cannot be read.
     const std::string &first_line(const std::string &path);
@@ -43,6 +44,7 @@ class Folder {
     const Product &product;
     std::map<std::string, std::vector<FolderEntry>> known;
     std::map<std::string, Words> known_paths;
+    std::unordered_map<std::string, std::vector<FolderEntry>> known_matches;
     std::map<std::string, std::string> first_lines;
 };
 
@@ -94,8 +96,8 @@ class Disk {
     bool makes_at(const std::string &path) const;
 
     const std::map<std::string, Made> &made() const { return all; }
-    // What was made at any time, also when it has gone since.
-    const std::set<std::string> &ever_made() const { return ever; }
+    // What was made once and has been taken away since; some of it may have been made again.
+    const std::set<std::string> &taken() const { return gone; }
 
   private:
     void copy_tree(const std::string &from, const std::string &to, const Line &line,
@@ -109,7 +111,7 @@ class Disk {
     void put(const std::string &path, const Made &what);
 
     std::map<std::string, Made> all;
-    std::set<std::string> ever;
+    std::set<std::string> gone;
     std::set<std::string> opaque; // directories that something unknown goes into
 };
 

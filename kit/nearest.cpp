@@ -91,12 +91,6 @@ void Words::sort_out() const
     }
 }
 
-bool Words::is_tired() const
-{
-    constexpr size_t most_effort = 10'000'000;
-    return effort > most_effort;
-}
-
 NearestWord::NearestWord(std::string_view of)
     : word(of), letters(letters_of(of)),
       nearest(of.size() < 2 ? 0 : std::max<size_t>(1, of.size() / 4) + 1)
@@ -129,32 +123,29 @@ struct NearestWord::Search {
     size_t first = 0;       // the place of the one found, by rank and number; 0: none is before it
 };
 
-// True when one is meant rather than what has been found, which is no nearer.
-bool NearestWord::takes(Search &search, size_t number, size_t apart)
+// Takes one that is meant rather than what has been found, which is no nearer.
+void NearestWord::take(Search &search, size_t number, size_t apart)
 {
-    constexpr size_t effort_of_rank = 100;
     const Words &words = search.words;
-    words.effort += effort_of_rank;
+    words.effort += Words::effort_of_rank;
     std::string whole = words.texts[number];
     whole += search.end;
     const int rank = whole.size() < shortest_candidate ? not_meant : search.rank(whole);
+    if (rank == not_meant)
+        return;
     const size_t place = static_cast<size_t>(rank) * words.texts.size() + number;
-    if (rank == not_meant || (apart == nearest && place >= search.first))
-        return false;
+    if (apart == nearest && place >= search.first)
+        return;
     found = whole;
     nearest = apart;
     search.first = place;
-    return true;
 }
 
 void NearestWord::look_among(const Words &words, const Choice &rank, std::string_view end)
 {
     const std::string_view front = std::string_view(word).substr(0, word.size() - end.size());
-    Search search{.words = words,
-                  .rank = rank,
-                  .end = end,
-                  .front = front,
-                  .letters = letters_of(front)};
+    Search search{
+        .words = words, .rank = rank, .end = end, .front = front, .letters = letters_of(front)};
     words.sort_out();
     look_at_alike(search);
     // Those of like length come first: they are the nearest, and leave less to look at.
@@ -172,7 +163,7 @@ void NearestWord::look_at_alike(Search &search)
         return;
     const auto [begin, end] = search.words.by_folded.equal_range(folded(std::string(search.front)));
     for (auto place = begin; place != end; ++place)
-        takes(search, place->second, 0);
+        take(search, place->second, 0);
 }
 
 // Of those as near as the one found only an earlier one counts.
@@ -192,9 +183,9 @@ void NearestWord::look_at_length(Search &search, size_t length)
             return give_up();
         rows.cells = 0;
         const size_t apart = distance(search.front, words.texts[place.number], most, rows);
-        words.effort += rows.cells;
+        words.effort += Words::effort_of_look + rows.cells;
         if (apart <= most)
-            takes(search, place.number, apart);
+            take(search, place.number, apart);
     }
 }
 
@@ -209,5 +200,12 @@ std::string nearest_word(std::string_view word, const std::vector<std::string> &
     NearestWord nearest(word);
     for (const std::string &candidate : words)
         nearest.look_at(candidate);
+    return nearest.best();
+}
+
+std::string nearest_word(std::string_view word, const Words &words)
+{
+    NearestWord nearest(word);
+    nearest.look_among(words, [](const std::string &) { return 0; });
     return nearest.best();
 }

@@ -33,13 +33,17 @@ class Words {
     };
 
     void sort_out() const;
-    // What compares so much finds many words that are as near as any other: none of them is meant.
-    bool is_tired() const;
+    // Many words that are near to many others are no misspelt ones, and all time has its end.
+    bool is_tired() const { return effort > most_effort; }
 
     std::vector<std::string> texts;
     mutable std::unordered_map<size_t, std::vector<Place>> by_length;
     mutable std::unordered_multimap<std::string, size_t> by_folded; // by the word in lower case
-    mutable size_t effort = 0; // pairs of letters compared, in all searches
+    // Of all searches, in pairs of letters that were compared; about a nanosecond each.
+    mutable size_t effort = 0;
+    static constexpr size_t effort_of_look = 8;
+    static constexpr size_t effort_of_rank = 100;
+    static constexpr size_t most_effort = 10'000'000;
 };
 
 // Among the words that it is shown the first of those that are nearest to one that is probably
@@ -53,7 +57,8 @@ class NearestWord {
     explicit NearestWord(std::string_view word);
 
     void look_at(const std::string &candidate);
-    // Looks at all of many words; of those with the same rank the first counts. Each has `end` behind it, and so has the word.
+    // Looks at all of many words; of those with the same rank the first counts. Each has `end`
+    // behind it, and so has the word.
     void look_among(const Words &words, const Choice &rank, std::string_view end = "");
 
     const std::string &best() const { return found; } // "": none is near
@@ -61,7 +66,7 @@ class NearestWord {
   private:
     struct Search;
 
-    bool takes(Search &search, size_t number, size_t apart);
+    void take(Search &search, size_t number, size_t apart);
     void look_at_alike(Search &search);
     void look_at_length(Search &search, size_t length);
     void give_up();
@@ -73,5 +78,6 @@ class NearestWord {
     DistanceRows rows;
 };
 
-// The nearest word out of a list; "" when none is near.
+// The nearest word out of a list, or of many words; "" when none is near.
 std::string nearest_word(std::string_view word, const std::vector<std::string> &words);
+std::string nearest_word(std::string_view word, const Words &words);

@@ -18,6 +18,8 @@ class Removals {
             const SplitPath split = split_path(path);
             if (type == Rename)
                 renamed.insert(without_slash(path));
+            else if ((type == RmFile || type == RmDir) && is_plain(split.name))
+                names.emplace(type, path);
             else if (type == RmFile || type == RmDir)
                 patterns[split.directory].emplace_back(type, split.name.empty() ? "*" : split.name);
         }
@@ -40,8 +42,12 @@ class Removals {
     }
 
   private:
+    static bool is_plain(const std::string &name) { return !name.empty() && !has_wildcard(name); }
+
     bool matches(const std::string &path, CType type) const
     {
+        if (names.contains({type, path}))
+            return true;
         const SplitPath split = split_path(path);
         const auto found = patterns.find(split.directory);
         return found != patterns.end() &&
@@ -52,6 +58,7 @@ class Removals {
     }
 
     std::map<std::string, std::vector<std::pair<CType, std::string>>> patterns; // by directory
+    std::set<std::pair<CType, std::string>> names;
     std::set<std::string> renamed;
 };
 
@@ -77,7 +84,7 @@ void never_removed(Survey &survey, Report &report)
     std::set<const Line *> told;
     for (const auto &[path, what] : survey.disks.before("remove").made()) {
         const bool is_of_flow = what.line->command && !is_separator(path[0]);
-        if (!is_of_flow || removals.take(path) || told.contains(what.line))
+        if (!is_of_flow || told.contains(what.line) || removals.take(path))
             continue;
         if (what.is_directory &&
             (what.line->command->type != MkDir || is_shared(survey, path) ||

@@ -291,25 +291,24 @@ void section_repeated(Survey &survey, Report &report)
     }
 }
 
-// The name that a section of one file is probably meant to have: one of the menu's, or one of the
-// other file's.
-std::string section_meant(const ProductFile &file, const ProductFile &other,
-                          const std::string &name)
+// The names that a section of one file can be meant to have: the menu's, and the other file's.
+Words names_free(const ProductFile &file, const ProductFile &other)
 {
     std::vector<std::string> names = section_names(other);
     names.insert(names.end(), std::begin(flow_sections), std::end(flow_sections));
     std::erase_if(names, [&](const std::string &one) { return find_section(file, one); });
-    return nearest_word(name, names);
+    return Words(std::move(names));
 }
 
 // The sections of a file that the other one lacks, and what comes of that.
 void add_alone(const ProductFile &file, const ProductFile &other, const char *fate, Report &report)
 {
+    const Words names = names_free(file, other);
     for (const Section &section : file.sections)
         if (section.is_read && !is_odd(file, section) && !find_section(other, section.name))
             report.add(file, header_of(file, section),
                        other.name + " has no section " + in_quotes(section.name) + fate +
-                           meant(section_meant(file, other, section.name)));
+                           meant(nearest_word(section.name, names)));
 }
 
 void section_alone(Survey &survey, Report &report)

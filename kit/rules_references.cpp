@@ -402,9 +402,7 @@ void not_in_data(Survey &survey, Report &report)
             is_unfilled_name(name) || name.find('/') != std::string::npos)
             continue;
         const Mention &first = *setting.setters[0];
-        NearestWord nearest(name);
-        nearest.look_among(unused_names, [](const std::string &) { return 0; });
-        const std::string &near = nearest.best();
+        const std::string near = nearest_word(name, unused_names);
         if (setting.setters.size() > 1 || !near.empty())
             report.add(
                 *first.file, *first.line,
