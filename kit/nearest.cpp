@@ -162,8 +162,11 @@ void NearestWord::look_at_alike(Search &search)
     if (nearest == 0)
         return;
     const auto [begin, end] = search.words.by_folded.equal_range(folded(std::string(search.front)));
-    for (auto place = begin; place != end; ++place)
+    for (auto place = begin; place != end; ++place) {
+        if (search.words.is_tired())
+            return give_up();
         take(search, place->second, 0);
+    }
 }
 
 // Of those as near as the one found only an earlier one counts.
