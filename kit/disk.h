@@ -132,6 +132,7 @@ class Disks {
 
     // Every path that any section makes at any time, and every directory that one is told to make.
     const std::set<std::string> &written() const { return all_written; }
+    // The same, to look among for one that is near.
     const Words &paths() const { return all_paths; }
     // The one that a path is probably meant for, of those that lie beside it, or have its name in
     // another directory; "" when none is near.
