@@ -124,6 +124,7 @@ class RuleTest : public InDirectory, public ::testing::WithParamInterface<std::s
         std::vector<bool> shown;
         for (const std::string &command : page.shows)
             shown.push_back(shell(command) == 0);
+        shell("chmod -R u+rwX .");
         std::filesystem::current_path(directory);
         std::filesystem::remove_all(at("product"));
         std::filesystem::remove(at("screen"));
