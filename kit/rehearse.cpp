@@ -27,7 +27,7 @@ struct Rehearsal {
 };
 
 // What is left of the command line.
-struct Words {
+struct Arguments {
     char **next;
     char **end;
 
@@ -36,14 +36,14 @@ struct Words {
 
 struct rehearse_option {
     const char *word;
-    bool (*take)(Rehearsal &rehearsal, Words &words);
+    bool (*take)(Rehearsal &rehearsal, Arguments &words);
 };
 
 constexpr rehearse_option rehearse_options[] = {
-    {"--diff", [](Rehearsal &rehearsal, Words &) { return rehearsal.shows_diff = true; }},
-    {"--json", [](Rehearsal &rehearsal, Words &) { return rehearsal.as_json = true; }},
+    {"--diff", [](Rehearsal &rehearsal, Arguments &) { return rehearsal.shows_diff = true; }},
+    {"--json", [](Rehearsal &rehearsal, Arguments &) { return rehearsal.as_json = true; }},
     {"--scratch",
-     [](Rehearsal &rehearsal, Words &words) {
+     [](Rehearsal &rehearsal, Arguments &words) {
          rehearsal.scratch = words.take();
          return rehearsal.scratch != nullptr;
      }},
@@ -55,7 +55,7 @@ bool is_divider(const char *word)
 }
 
 // The programs, "--" between them; false when one is missing.
-bool take_commands(Rehearsal &rehearsal, Words words)
+bool take_commands(Rehearsal &rehearsal, Arguments words)
 {
     rehearsal.commands.emplace_back();
     while (char *word = words.take()) {
@@ -74,7 +74,7 @@ bool take_commands(Rehearsal &rehearsal, Words words)
     return true;
 }
 
-bool take_arguments(Rehearsal &rehearsal, Words words)
+bool take_arguments(Rehearsal &rehearsal, Arguments words)
 {
     while (words.next < words.end && words.next[0][0] == '-' && !is_divider(*words.next)) {
         const rehearse_option *known = find_word(rehearse_options, words.take(), std::strcmp);
