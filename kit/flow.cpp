@@ -218,10 +218,7 @@ bool Flow::is_in_data(const std::string &name) const
 
 std::string Flow::nearest(const std::string &word) const
 {
-    // Many unknown names in a large file are no misspelt ones.
-    constexpr size_t most_compared = 500'000;
-    compared += known.size();
-    return compared > most_compared ? "" : nearest_word(word, names);
+    return nearest_word(word, names);
 }
 
 std::string Flow::nearest_other(const std::string &name) const

@@ -122,7 +122,6 @@ class Flow {
     std::unordered_map<const Line *, std::vector<const Mention *>> by_line;
     std::map<std::string, Setting> known;
     Words names;                                             // of all settings
-    mutable size_t compared = 0;                             // names, in search of one that is near
     std::unordered_map<std::string, std::string> data_names; // by the name in lower case
     std::map<std::string, std::string> resolved_values;
     mutable std::unordered_map<std::string, std::string> paths; // those that were asked for

@@ -44,7 +44,7 @@ class Words {
     mutable size_t effort = 0;
     static constexpr size_t effort_of_look = 8;
     static constexpr size_t effort_of_rank = 100;
-    static constexpr size_t most_effort = 10'000'000;
+    static constexpr size_t most_effort = 4'000'000;
 };
 
 // Among the words that it is shown the first of those that are nearest to one that is probably
