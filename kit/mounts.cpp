@@ -65,11 +65,7 @@ std::string unescaped(const char *field)
 Descriptor open_mount(const std::string &path, unsigned long number)
 {
     Descriptor place(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    struct statx info {};
-    const bool leads_there = place.is_open() &&
-                             ::statx(place.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &info) == 0 &&
-                             info.stx_mnt_id == number;
-    return leads_there ? std::move(place) : Descriptor();
+    return mount_number(place.get()) == number ? std::move(place) : Descriptor();
 }
 
 // number parent device root path options [tags ...] - type source options
@@ -120,6 +116,12 @@ bool is_pseudo(const Mount &mount)
 {
     return is_below(mount.path, "/sys") || is_below(mount.path, "/proc") ||
            std::ranges::find(pseudo_types, mount.type) != std::end(pseudo_types);
+}
+
+std::uint64_t mount_number(int path)
+{
+    struct statx info {};
+    return ::statx(path, "", AT_EMPTY_PATH, STATX_MNT_ID, &info) == 0 ? info.stx_mnt_id : 0;
 }
 
 Descriptor clone_mount(int path)

@@ -2,6 +2,7 @@
 // has no function.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,9 @@ std::vector<Mount> read_mounts();
 
 // True when the file system holds no files of anybody's, but shows the system's own state.
 bool is_pseudo(const Mount &mount);
+
+// The number of the mount that an open path is on; 0 when the system does not tell.
+std::uint64_t mount_number(int path);
 
 // A private copy of what an open path shows, together with what is mounted on it where the system
 // does not give it without. Not open when it fails.
