@@ -31,6 +31,15 @@ void put_note(const std::string &path, const char *note, id_t id)
     ::setxattr(path.c_str(), note, text.data(), text.size(), 0);
 }
 
+template <typename Get>
+std::optional<id_t> read_note(Get get, const std::string &path, const char *note)
+{
+    char text[16] = "";
+    if (get(path.c_str(), note, text, sizeof text - 1) <= 0)
+        return {};
+    return static_cast<id_t>(std::strtoul(text, nullptr, 10));
+}
+
 } // namespace
 
 void note_owner(const std::string &path, const Owner &real)
@@ -43,19 +52,13 @@ void note_owner(const std::string &path, const Owner &real)
 
 std::optional<id_t> noted(const std::string &path, const char *note)
 {
-    char text[16] = "";
-    if (::lgetxattr(path.c_str(), note, text, sizeof text - 1) <= 0)
-        return {};
-    return static_cast<id_t>(std::strtoul(text, nullptr, 10));
+    return read_note(::lgetxattr, path, note);
 }
 
 std::optional<id_t> noted(const Descriptor &opened, const char *note)
 {
     // Beyond the link that the system shows for an open path.
-    char text[16] = "";
-    if (::getxattr(descriptor_path(opened.get()).c_str(), note, text, sizeof text - 1) <= 0)
-        return {};
-    return static_cast<id_t>(std::strtoul(text, nullptr, 10));
+    return read_note(::getxattr, descriptor_path(opened.get()), note);
 }
 
 // --- Making anew -----------------------------------------------------------------------------
@@ -107,8 +110,10 @@ void make_all(int lower, int upper, const AskOwner &ask, Room &room)
     while (const dirent *entry = next_entry(entries)) {
         const Descriptor original(::openat(lower, entry->d_name, look_only));
         struct stat info {};
-        if (--room.entries < 0 || ::fstat(original.get(), &info) != 0)
+        if (--room.entries < 0)
             return;
+        if (::fstat(original.get(), &info) != 0)
+            continue;
         const Owner real = ask(original);
         if (real.user != ::geteuid())
             continue;
@@ -222,8 +227,6 @@ CalledName read_name(pid_t process, int descriptor, std::uint64_t address)
 
 // --- Which calls -----------------------------------------------------------------------------
 
-namespace {
-
 // What of a call's path the overlay has to take up.
 enum class Touch {
     made,    // the directory in which an entry is made
@@ -234,17 +237,20 @@ enum class Touch {
     owned,   // the entry, by its owner only
 };
 
-constexpr int none = -1;
-
-struct touch {
+struct TouchingCall {
     long call;
     Touch what;
     int directory; // the argument that is a descriptor; none: the working directory
     int path;      // the argument that is a path; none: the descriptor is meant itself
-    int word;      // the argument with the flags of opening, or with a new group; none: it has none
+    int word;      // the argument with the flags of opening, or with a new group, which is behind
+                   // the new owner; none: it has none
 };
 
-constexpr touch touches[] = {
+namespace {
+
+constexpr int none = -1;
+
+constexpr TouchingCall touches[] = {
     {SYS_openat, Touch::opened, 0, 1, 2},
     {SYS_openat2, Touch::opened, 0, 1, none}, // the flags are in the caller's memory
     {SYS_mkdirat, Touch::made, 0, 1, none},
@@ -290,7 +296,7 @@ constexpr unsigned own_architecture = 0;
 constexpr unsigned writing = O_WRONLY | O_RDWR | O_CREAT | O_TRUNC;
 
 // Of openat2(2) they are at the beginning of a structure; creat(2) has none.
-std::uint64_t flags_of(const touch &call, const seccomp_notif &notice)
+std::uint64_t flags_of(const TouchingCall &call, const seccomp_notif &notice)
 {
     if (call.word != none)
         return notice.data.args[call.word];
@@ -302,6 +308,45 @@ std::uint64_t flags_of(const touch &call, const seccomp_notif &notice)
                    sizeof flags};
     ::process_vm_readv(static_cast<pid_t>(notice.pid), &here, 1, &there, 1, 0);
     return flags;
+}
+
+// Whether the call means what a link leads to, not the link.
+bool follows(const seccomp_notif &notice)
+{
+    const auto has_flag = [&](int at, unsigned flag) { return (notice.data.args[at] & flag) != 0; };
+    switch (notice.data.nr) {
+    case SYS_linkat:
+        return has_flag(4, AT_SYMLINK_FOLLOW);
+    case SYS_utimensat:
+        return !has_flag(3, AT_SYMLINK_NOFOLLOW);
+    case SYS_fchownat:
+        return !has_flag(4, AT_SYMLINK_NOFOLLOW);
+#ifdef SYS_open
+    case SYS_link:
+    case SYS_lchown:
+        return false;
+#endif
+    default:
+        return true;
+    }
+}
+
+bool removes_directory(const seccomp_notif &notice)
+{
+#ifdef SYS_open
+    if (notice.data.nr == SYS_rmdir)
+        return true;
+#endif
+    return notice.data.nr == SYS_unlinkat && (notice.data.args[2] & AT_REMOVEDIR) != 0;
+}
+
+// Nothing when the call changes the mode.
+std::optional<Owner> given_by(const TouchingCall &call, const seccomp_notif &notice)
+{
+    if (call.word == none)
+        return {};
+    return Owner{.user = static_cast<uid_t>(notice.data.args[call.word - 1]),
+                 .group = static_cast<gid_t>(notice.data.args[call.word])};
 }
 
 sock_filter step(unsigned code, size_t value, unsigned char yes = 0, unsigned char no = 0)
@@ -320,7 +365,7 @@ void add_touches(std::vector<sock_filter> &filter)
     filter.push_back(step(equals, own_architecture, 1, 0));
     filter.push_back(step(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     filter.push_back(step(load, offsetof(seccomp_data, nr)));
-    for (const touch &each : touches) {
+    for (const TouchingCall &each : touches) {
         const auto call = static_cast<size_t>(each.call);
         if (each.what == Touch::opened && each.word != none) {
             const size_t flags = offsetof(seccomp_data, args) +
@@ -353,8 +398,10 @@ bool try_change(const Descriptor &opened, const struct stat &info)
 {
     const std::string path = descriptor_path(opened.get());
     const timespec times[] = {info.st_atim, info.st_mtim};
-    if (::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0 || errno == EOVERFLOW)
-        return errno != EOVERFLOW;
+    if (::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0)
+        return true;
+    if (errno == EOVERFLOW)
+        return false;
     if (S_ISDIR(info.st_mode))
         return ::utimensat(AT_FDCWD, path.c_str(), nullptr, 0) == 0;
     return S_ISREG(info.st_mode) &&
@@ -379,7 +426,7 @@ bool exists(const CalledName &name)
 
 bool ForeignWatch::is_touch(const seccomp_notif &notice)
 {
-    for (const touch &each : touches)
+    for (const TouchingCall &each : touches)
         if (notice.data.arch == own_architecture && notice.data.nr == each.call)
             return true;
     return false;
@@ -401,16 +448,36 @@ void ForeignWatch::take_up_written(const Descriptor &opened)
         take_up(opened);
 }
 
-int ForeignWatch::judge_opened(const CalledName &name, std::uint64_t flags)
+void ForeignWatch::judge_opened(const CalledName &name, std::uint64_t flags)
 {
     if ((flags & writing) == 0)
-        return 0;
+        return;
     const bool is_there = exists(name);
     if (is_there && (flags & O_EXCL) == 0)
         take_up_written(open_entry(name, (flags & O_NOFOLLOW) == 0));
     else if (!is_there && (flags & O_CREAT) != 0)
         take_up_written(name.parent);
-    return 0;
+}
+
+bool ForeignWatch::is_held(const CalledName &name) const
+{
+    const std::uint64_t number = mount_number(open_entry(name, false).get());
+    return held.contains(number) && number != mount_number(name.parent.get()) &&
+           ::access(descriptor_path(name.parent.get()).c_str(), W_OK) == 0;
+}
+
+// The system says that it is busy before it looks whether anything is in it.
+int ForeignWatch::judge_held(const CalledName &name)
+{
+    if (!is_held(name))
+        return 0;
+    const Descriptor entry = open_entry(name, false);
+    if (next_entry(open_list(entry.get(), ".")))
+        return ENOTEMPTY;
+    failures.push_back("'" + path_of(entry) +
+                       "' could not be removed in this view, although it may be on the machine: it "
+                       "has an overlay of its own");
+    return EBUSY;
 }
 
 // In a sticky directory of somebody else's only one's own goes away.
@@ -429,6 +496,8 @@ int ForeignWatch::judge_removal(const CalledName &name)
 
 int ForeignWatch::judge_rename(const CalledName &from, const CalledName &to)
 {
+    if (!is_on())
+        return 0;
     int error = judge_removal(from);
     if (error == 0 && exists(to))
         error = judge_removal(to);
@@ -440,54 +509,78 @@ int ForeignWatch::judge_rename(const CalledName &from, const CalledName &to)
     return 0;
 }
 
-// Whose the entry is in reality decides, and what a program gives it counts from then on.
-int ForeignWatch::judge_owned(const Descriptor &entry, bool gives, gid_t group)
+// True for an owner and group that the user may give to an own file; -1 leaves what there is.
+bool ForeignWatch::may_give(const Owner &given) const
 {
-    if (noted(entry, owner_note))
+    constexpr auto unchanged = static_cast<id_t>(-1);
+    return (given.user == unchanged || given.user == ::geteuid()) &&
+           (given.group == unchanged || given.group == ::getegid() || groups.contains(given.group));
+}
+
+// Whose the entry is in reality decides, and what a program gives it counts from then on. What the
+// user may not give the system would call invalid, as the namespace has no such number.
+int ForeignWatch::judge_owned(const Descriptor &entry, const std::optional<Owner> &given)
+{
+    if (!entry.is_open())
+        return 0;
+    const bool is_others = noted(entry, owner_note) || ask_owner(entry).user != ::geteuid();
+    if (is_others || (given && !may_give(*given)))
         return EPERM;
     take_up(entry);
-    if (!gives)
+    if (!given)
         return 0;
-    const bool is_own = group == ::getegid();
+    const bool is_own = given->group == ::getegid();
     const bool fails =
         is_own ? noted(entry, group_note) &&
                      ::removexattr(descriptor_path(entry.get()).c_str(), group_note) != 0
-               : groups.contains(group);
+               : groups.contains(given->group);
     if (fails)
         failures.push_back("'" + path_of(entry) + "' could not be given the group " +
-                           group_name(group) + " in this view, although it may be on the machine");
+                           group_name(given->group) +
+                           " in this view, although it may be on the machine");
     return 0;
 }
 
 int ForeignWatch::judge(const seccomp_notif &notice)
 {
+    int error = 0;
+    for (const TouchingCall &each : touches)
+        if (each.call == notice.data.nr && error == 0)
+            error = judge_touch(each, notice);
+    return error;
+}
+
+int ForeignWatch::judge_touch(const TouchingCall &call, const seccomp_notif &notice)
+{
     const auto process = static_cast<pid_t>(notice.pid);
     const auto argument = [&](int at) { return at == none ? 0 : notice.data.args[at]; };
+    const int start = call.directory == none ? AT_FDCWD //
+                                             : static_cast<int>(argument(call.directory));
+    const bool is_opened = argument(call.path) == 0;
+    const CalledName name = is_opened ? CalledName{opened_by(process, start), ""}
+                                      : read_name(process, start, argument(call.path));
+    if (!name.parent.is_open() || (name.leaf.empty() && !is_opened))
+        return 0;
     int error = 0;
-    for (const touch &each : touches) {
-        if (each.call != notice.data.nr)
-            continue;
-        const int start = each.directory == none ? AT_FDCWD //
-                                                 : static_cast<int>(argument(each.directory));
-        const bool is_opened = each.path == none || argument(each.path) == 0;
-        CalledName name = is_opened ? CalledName{opened_by(process, start), ""}
-                                    : read_name(process, start, argument(each.path));
-        const std::uint64_t word = flags_of(each, notice);
-        if (!name.parent.is_open() || (name.leaf.empty() && !is_opened))
-            continue;
-        if (each.what == Touch::opened)
-            error = judge_opened(name, word);
-        else if (each.what == Touch::removed)
-            error = judge_removal(name);
-        else if (each.what == Touch::written)
-            take_up_written(open_entry(name, true));
-        else if (each.what == Touch::timed)
-            take_up(open_entry(name, true));
-        else if (each.what == Touch::owned)
-            error =
-                judge_owned(open_entry(name, true), each.word != none, static_cast<gid_t>(word));
-        else if (!exists(name))
+    switch (call.what) {
+    case Touch::made:
+        if (!exists(name))
             take_up_written(name.parent);
+        return 0;
+    case Touch::removed:
+        error = judge_removal(name);
+        return error == 0 && removes_directory(notice) ? judge_held(name) : error;
+    case Touch::opened:
+        judge_opened(name, flags_of(call, notice));
+        return 0;
+    case Touch::written:
+        take_up_written(open_entry(name, true));
+        return 0;
+    case Touch::timed:
+        take_up(open_entry(name, follows(notice)));
+        return 0;
+    case Touch::owned:
+        return judge_owned(open_entry(name, follows(notice)), given_by(call, notice));
     }
-    return error;
+    return 0;
 }

@@ -24,7 +24,7 @@ struct Owner {
 };
 
 // Whose an open path really is: inside the namespace all others look alike. Only a process outside
-// can tell.
+// can tell. Empty where the view has all ids of the machine: then nothing is foreign.
 using AskOwner = std::function<Owner(const Descriptor &)>;
 
 // The names of extended attributes that hold the number of the real owner and group.
@@ -55,12 +55,17 @@ CalledName read_name(pid_t process, int descriptor, std::uint64_t address);
 // Has the calls that change something, other than renames, wait for an answer.
 void add_touches(std::vector<sock_filter> &filter);
 
+struct TouchingCall;
+
 class ForeignWatch {
   public:
-    ForeignWatch(AskOwner ask, std::set<gid_t> others)
-        : ask_owner(std::move(ask)), groups(std::move(others))
+    ForeignWatch(AskOwner ask, std::set<gid_t> own_groups, std::set<std::uint64_t> held_mounts)
+        : ask_owner(std::move(ask)), groups(std::move(own_groups)), held(std::move(held_mounts))
     {
     }
+
+    // True where there is something to watch for, and the calls have to wait.
+    bool is_on() const { return ask_owner != nullptr; }
 
     // True when the call is one of those.
     static bool is_touch(const seccomp_notif &notice);
@@ -72,6 +77,10 @@ class ForeignWatch {
     // The same for a rename.
     int judge_rename(const CalledName &from, const CalledName &to);
 
+    // True for a directory that only the view has mounted, which nobody can move or remove, where
+    // the user may otherwise.
+    bool is_held(const CalledName &name) const;
+
     // What could not be done as on the machine, a sentence each; they are taken.
     std::vector<std::string> take_failures() { return std::exchange(failures, {}); }
 
@@ -79,14 +88,18 @@ class ForeignWatch {
     std::set<std::string> take_found() { return std::exchange(found, {}); }
 
   private:
-    int judge_opened(const CalledName &name, std::uint64_t flags);
+    int judge_touch(const TouchingCall &call, const seccomp_notif &notice);
+    void judge_opened(const CalledName &name, std::uint64_t flags);
     int judge_removal(const CalledName &name);
-    int judge_owned(const Descriptor &entry, bool gives, gid_t group);
+    int judge_held(const CalledName &name);
+    int judge_owned(const Descriptor &entry, const std::optional<Owner> &given);
+    bool may_give(const Owner &given) const;
     void take_up(const Descriptor &opened);
     void take_up_written(const Descriptor &opened);
 
     AskOwner ask_owner;
-    std::set<gid_t> groups; // that the user has in reality
+    std::set<gid_t> groups;       // that the user has in reality
+    std::set<std::uint64_t> held; // the numbers of mounts that only the view has
     std::set<std::string> found;
     std::vector<std::string> failures;
 };

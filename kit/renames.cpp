@@ -63,8 +63,8 @@ constexpr sock_filter unless_equal(int value, unsigned char skip)
     return {BPF_JMP | BPF_JEQ | BPF_K, 0, skip, static_cast<unsigned>(value)};
 }
 
-// Lets every call pass but those that rename.
-std::vector<sock_filter> rename_filter()
+// Lets every call pass but those that rename and, when they are watched, those that change.
+std::vector<sock_filter> waiting_calls(bool with_touches)
 {
     std::vector<sock_filter> filter;
     const auto load = [](size_t offset) {
@@ -79,7 +79,8 @@ std::vector<sock_filter> rename_filter()
             filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
         }
     }
-    add_touches(filter);
+    if (with_touches)
+        add_touches(filter);
     filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     return filter;
 }
@@ -93,7 +94,7 @@ bool RenameHelper::prepare()
 
 bool RenameHelper::begin()
 {
-    std::vector<sock_filter> filter = rename_filter();
+    std::vector<sock_filter> filter = waiting_calls(watch.is_on());
     const sock_fprog program = {.len = static_cast<unsigned short>(filter.size()),
                                 .filter = filter.data()};
     Message message{.word = Word::ready};
@@ -226,10 +227,32 @@ bool move(int from, const char *name, int to, const char *new_name)
            ::unlinkat(from, name, S_ISDIR(info.st_mode) ? AT_REMOVEDIR : 0) == 0;
 }
 
-std::uint64_t mount_of(const Descriptor &path)
+bool look(const CalledName &name, struct stat &info)
 {
-    struct statx info {};
-    return ::statx(path.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &info) == 0 ? info.stx_mnt_id : 0;
+    return ::fstatat(name.parent.get(), name.leaf.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// Why the machine would not rename; 0: it may. The system tells that mounts differ before all that.
+int refusal(const RenameCall &call)
+{
+    struct stat source {};
+    struct stat target {};
+    if (!look(call.from, source))
+        return errno;
+    const bool has_target = look(call.to, target);
+    if (has_target && (call.flags & RENAME_NOREPLACE))
+        return EEXIST;
+    if (!has_target && (call.flags & RENAME_EXCHANGE))
+        return ENOENT;
+    for (const CalledName *name : {&call.from, &call.to})
+        if (::faccessat(name->parent.get(), ".", W_OK | X_OK, 0) != 0)
+            return errno;
+    if (!has_target || (call.flags & RENAME_EXCHANGE))
+        return 0;
+    if (S_ISDIR(source.st_mode) != S_ISDIR(target.st_mode))
+        return S_ISDIR(target.st_mode) ? EISDIR : ENOTDIR;
+    const Directory entries = open_list(call.to.parent.get(), call.to.leaf.c_str());
+    return next_entry(entries) ? ENOTEMPTY : 0;
 }
 
 // What is moved gets a name that nobody uses until it is complete: only then does it take the place
@@ -239,8 +262,8 @@ bool move_to_place(const RenameCall &call)
     const int to = call.to.parent.get();
     const std::string aside = ".product-kit." + std::to_string(::getpid()) + ".moving";
     struct stat target {};
-    if (::fstatat(to, call.to.leaf.c_str(), &target, AT_SYMLINK_NOFOLLOW) == 0 &&
-        S_ISDIR(target.st_mode) && ::unlinkat(to, call.to.leaf.c_str(), AT_REMOVEDIR) != 0)
+    if (look(call.to, target) && S_ISDIR(target.st_mode) &&
+        ::unlinkat(to, call.to.leaf.c_str(), AT_REMOVEDIR) != 0)
         return false;
     return move(call.from.parent.get(), call.from.leaf.c_str(), to, aside.c_str()) &&
            ::renameat(to, aside.c_str(), to, call.to.leaf.c_str()) == 0;
@@ -250,13 +273,13 @@ bool move_to_place(const RenameCall &call)
 
 // --- Answering -------------------------------------------------------------------------------
 
-RenameHelper::RenameHelper(const std::vector<Layer> &layers, AskOwner ask, std::set<gid_t> groups)
-    : watch(std::move(ask), std::move(groups))
+RenameHelper::RenameHelper(const PrivateTree &tree, AskOwner ask, std::set<gid_t> groups)
+    : watch(std::move(ask), std::move(groups), tree.held)
 {
     struct stat info {};
-    for (const Layer &layer : layers)
+    for (const Layer &layer : tree.layers)
         if (::fstat(layer.lower.get(), &info) == 0)
-            origins[mount_of(layer.merged)] = info.st_dev;
+            origins[mount_number(layer.merged.get())] = info.st_dev;
 }
 
 std::vector<std::string> RenameHelper::take_failures()
@@ -264,6 +287,13 @@ std::vector<std::string> RenameHelper::take_failures()
     std::vector<std::string> all = std::exchange(failures, {});
     std::ranges::move(watch.take_failures(), std::back_inserter(all));
     return all;
+}
+
+bool RenameHelper::is_one_device(const RenameCall &call) const
+{
+    const auto from = origins.find(mount_number(call.from.parent.get()));
+    const auto to = origins.find(mount_number(call.to.parent.get()));
+    return from != origins.end() && to != origins.end() && from->second == to->second;
 }
 
 // 0, or the reason why the machine would not rename.
@@ -274,20 +304,20 @@ int RenameHelper::rename(const RenameCall &call)
     if (::syscall(SYS_renameat2, call.from.parent.get(), call.from.leaf.c_str(),
                   call.to.parent.get(), call.to.leaf.c_str(), call.flags) == 0)
         return 0;
-    const auto from = origins.find(mount_of(call.from.parent));
-    const auto to = origins.find(mount_of(call.to.parent));
-    if (errno != EXDEV || from == origins.end() || to == origins.end() ||
-        from->second != to->second)
-        return errno;
-    constexpr unsigned exchange = 2;
-    errno = EXDEV;
-    if (!(call.flags & exchange) && move_to_place(call))
+    const int refused = errno;
+    const bool is_apart = refused == EXDEV && is_one_device(call);
+    const bool is_held = refused == EBUSY && (watch.is_held(call.from) || watch.is_held(call.to));
+    if (!is_apart && !is_held)
+        return refused;
+    if (const int reason = refusal(call))
+        return reason;
+    errno = refused;
+    if (is_apart && !(call.flags & RENAME_EXCHANGE) && move_to_place(call))
         return 0;
     const int reason = errno;
-    if (reason != ENOTEMPTY)
-        failures.push_back(
-            "'" + call.from.leaf + "' could not be renamed to '" + call.to.leaf +
-            "' in this view, although it may be on the machine: " + std::strerror(reason));
+    failures.push_back(
+        "'" + call.from.leaf + "' could not be renamed to '" + call.to.leaf +
+        "' in this view, although it may be on the machine: " + std::strerror(reason));
     return reason;
 }
 
@@ -298,11 +328,11 @@ void RenameHelper::answer()
         return;
     seccomp_notif_resp response{};
     response.id = notice.id;
-    if (ForeignWatch::is_touch(notice))
-        response.error = -watch.judge(notice);
-    else
+    if (!ForeignWatch::is_touch(notice))
         answer_rename(notice, response);
-    if (response.error == 0 && ForeignWatch::is_touch(notice))
+    else if (const int error = watch.judge(notice))
+        response.error = -error;
+    else
         response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
     ::ioctl(calls.get(), SECCOMP_IOCTL_NOTIF_SEND, &response);
 }

@@ -19,7 +19,7 @@ struct RenameCall;
 
 class RenameHelper {
   public:
-    RenameHelper(const std::vector<Layer> &layers, AskOwner ask, std::set<gid_t> groups);
+    RenameHelper(const PrivateTree &tree, AskOwner ask, std::set<gid_t> groups);
 
     // Before a fork; false with errno set.
     bool prepare();
@@ -41,6 +41,7 @@ class RenameHelper {
 
   private:
     int rename(const RenameCall &call);
+    bool is_one_device(const RenameCall &call) const;
     void answer_rename(const seccomp_notif &notice, seccomp_notif_resp &response);
 
     std::map<std::uint64_t, dev_t> origins; // a mount of the view, and the device it covers

@@ -118,7 +118,7 @@ void PrivateTree::resemble(const Descriptor &ours, const Descriptor &original) c
     if (::fstat(original.get(), &info) != 0)
         return;
     const std::string path = descriptor_path(ours.get());
-    if (notes == Notes::user)
+    if (ask_owner)
         note_owner(path, ask_owner(original));
     static_cast<void>(!::chown(path.c_str(), info.st_uid, info.st_gid));
     ::chmod(path.c_str(), info.st_mode & 07777 & ~refused_bits(original));
@@ -187,7 +187,7 @@ bool PrivateTree::build(const Scratch &scratch, const std::string &working_direc
     for (const Mount &mount : mounts)
         if (mount.place.is_open() && !cover(mount))
             return false;
-    if (notes == Notes::user)
+    if (ask_owner)
         hold_shared("/", shared_depth);
     if (layers.empty()) {
         errno = EROFS;
@@ -283,7 +283,7 @@ bool PrivateTree::overlay(const Mount &mount, const std::string &path, const Des
                    .keeps_names = false};
     const Descriptor work = make_numbered("work");
     resemble(layer.upper, lower);
-    if (notes == Notes::user && path == working)
+    if (ask_owner && path == working)
         make_anew(lower, layer.upper, ask_owner);
     if (!mount_overlay(layer.lower, layer.upper, work, place, mount.flags, notes))
         return false;
@@ -292,6 +292,8 @@ bool PrivateTree::overlay(const Mount &mount, const std::string &path, const Des
         return false;
     // Asked for or not, the system makes an index only where the file system below allows one.
     layer.keeps_names = ::faccessat(work.get(), "index", F_OK, 0) == 0;
+    if (path != mount.path)
+        held.insert(mount_number(layer.merged.get()));
     layers.push_back(std::move(layer));
     return true;
 }
@@ -318,6 +320,8 @@ bool PrivateTree::frame(const Mount &mount, const std::string &path, const Descr
         said.push_back("'" + path +
                        "' has mounts in it: its own files are read-only in this "
                        "view, and its directories cannot be renamed");
+    if (path != mount.path)
+        held.insert(mount_number(layer.merged.get()));
     const Descriptor inside = place_of(path);
     const Directory entries = open_list(lower.get(), ".");
     const size_t own = layers.size();

@@ -3,6 +3,8 @@
 // own.
 #pragma once
 
+#include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -36,10 +38,11 @@ class PrivateTree {
     // Covers all mounts of this process's namespace and makes the result its root; the machine's
     // own files can then be reached through the layers only. What is changed is taken up by the
     // scratch directory or, when there is none, by memory. False with `reason` set.
-    // `ask` tells whose a path really is.
+    // `ask` tells whose a path really is; empty where all are as they seem.
     bool build(const Scratch &scratch, const std::string &working_directory, AskOwner ask);
 
     std::vector<Layer> layers;
+    std::set<std::uint64_t> held;  // the numbers of the mounts that the machine does not have
     std::vector<std::string> said; // what is not as on the machine, a sentence each
     std::string reason;            // why it could not be built
     Notes notes = Notes::none;

@@ -147,13 +147,15 @@ class Keeper {
             ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (in_user_namespace && !keep_ids(user, group))
             return fail("the user's own ids cannot be kept");
-        const AskOwner ask = [this](const Descriptor &path) { return ask_owner(path); };
+        AskOwner ask;
+        if (in_user_namespace)
+            ask = [this](const Descriptor &path) { return ask_owner(path); };
         if (!tree.build(scratch, directory, ask))
             return fail(tree.reason);
         if (::chdir(directory) != 0)
             return fail("the working directory '" + std::string(directory) +
                         "' cannot be entered again");
-        renames = std::make_unique<RenameHelper>(tree.layers, ask, std::move(groups));
+        renames = std::make_unique<RenameHelper>(tree, ask, std::move(groups));
         hand_over();
         drop_rights(false);
         Message message{.word = Word::ended};

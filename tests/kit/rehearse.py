@@ -269,25 +269,58 @@ def stacked(kit, scratch, _):
     assert not list(top.glob("product-kit*")), "something is left"
 
 
+def contained(kit, scratch):
+    """Root in a container that has users of its own, to whom nothing is foreign."""
+    place = program(scratch / "contained", "chown 7:4 theirs; chgrp 4 own; rmdir shared")
+    (place / "shared").mkdir()
+    for name in ("theirs", "own"):
+        (place / name).touch()
+    for name in ("theirs", "shared"):
+        os.chown(place / name, USER, USER)
+    before = trees.snapshot(place)
+    inside = 'echo ready >&2; read go; exec setpriv --groups=4 "$0" rehearse --json ./work'
+    with subprocess.Popen(["unshare", "--user", "sh", "-c", inside, kit], cwd=place, text=True,
+                          stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE) as rehearsal:
+        assert rehearsal.stderr.readline() == "ready\n"
+        for kind in ("uid_map", "gid_map"):
+            pathlib.Path(f"/proc/{rehearsal.pid}/{kind}").write_text("0 0 65536")
+        told, said = rehearsal.communicate("go\n", timeout=60)
+    run(place, "./work")
+    assert trees.listed(told) == trees.differences(before, trees.snapshot(place)), (told, said)
+    assert "although it may be" not in said, said
+
+
 def foreign(kit, scratch, _):
     """An ordinary user, with files of another group and of others: as really, or no judgement."""
+    contained(kit, scratch)
     alike = ["echo 2 >> file; chmod 700 inner; echo 3 > inner/new; mv file moved; rm inner/old",
-             f"chgrp {USER} kept; rm ../sticky/others; chmod 700 ../sticky; mkdir ../sticky/own"]
+             f"chgrp {USER} kept; rm ../sticky/others; chmod 700 ../sticky; mkdir ../sticky/own",
+             "ln -s inner/open link; cp -a link copy; touch -h link; chgrp -h 12345 link",
+             "chmod 600 inner/open; chgrp 54321 inner/open; chown 0 kept; chgrp 4 kept; "
+             "rmdir ../full",
+             "mkdir near; mv -nT near ../full; mv -n kept ../full/file; mv file ../full/moved; "
+             "mkdir ../full/near; mv near ../full/near; mv -T inner/old ../full/near; "
+             f"{PYTHON} -c 'import os; os.rename(\"nosuch\", \"../full/new\")' 2>&-"]
     unlike = {"echo 2 > ../far/off/file": "off/file' (12345:root) could",
               "chmod 600 ../far/off/file": "off/file' (",
               "mkdir ../far/off/new": "off' (12345:root) could",
               "echo 2 > inner/open": "(root:root)",
               "mv inner/open open": "inner/open' (root:root) could",
+              "rmdir ../empty": "empty' could not be removed",
+              "mv ../full ../moved": "'full' could not be renamed to 'moved'",
               "chgrp 54321 kept": "kept' could not be given the group 54321"}
     for number, text in enumerate([*alike, *unlike]):
         top = scratch / f"foreign{number}"
         top.mkdir()
         place = program(top / "work", text)
         for name in ("file", "kept", "inner/old", "inner/open", "../far/off/file",
-                     "../sticky/others"):
+                     "../sticky/others", "../full/file"):
             (place / name).parent.mkdir(parents=True, exist_ok=True)
             (place / name).write_text("1\n")
-        for path in (place, *place.rglob("*"), top / "far/off", top / "far/off/file"):
+        (top / "empty").mkdir()
+        for path in (top, top / "empty", top / "full", top / "far/off", top / "far/off/file",
+                     place, *place.rglob("*")):
             os.chown(path, 0 if path.name == "open" else USER, 0)
         (place / "inner/open").chmod(0o666)
         (top / "sticky").chmod(0o1777)
