@@ -211,9 +211,10 @@ const Setting *Flow::find(const std::string &name) const
     return found == known.end() ? nullptr : &found->second;
 }
 
-bool Flow::is_in_data(const std::string &name) const
+const std::string *Flow::data_name(const std::string &name) const
 {
-    return data_names.contains(folded(name));
+    const auto found = data_names.find(folded(name));
+    return found == data_names.end() ? nullptr : &found->second;
 }
 
 std::string Flow::nearest(const std::string &word) const

@@ -77,8 +77,9 @@ class Flow {
     const Setting *find(const std::string &name) const;
     const std::map<std::string, Setting> &settings() const { return known; }
 
-    // True for a setting of the data file or of the program, without regard to case.
-    bool is_in_data(const std::string &name) const;
+    // The setting of the data file or of the program that a reference in the data file means: there
+    // case does not count. Null: there is none.
+    const std::string *data_name(const std::string &name) const;
 
     // The name of a setting that a word is probably meant for; "" when none is near.
     std::string nearest(const std::string &word) const;

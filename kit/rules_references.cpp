@@ -34,7 +34,7 @@ bool is_known_reference(const Survey &survey, const Mention &mention)
 {
     // Inside the data file names are found without regard to case, but only those of this file.
     return survey.flow.find(mention.name) ||
-           (mention.file->kind == FileKind::data && survey.flow.is_in_data(mention.name));
+           (mention.file->kind == FileKind::data && survey.flow.data_name(mention.name));
 }
 
 void unknown_reference(Survey &survey, Report &report)
@@ -252,19 +252,22 @@ void blurb_name(Survey &survey, Report &report)
                        "the text at the end of an install is read from \"blurb.txt\" alone");
 }
 
-// The references between the values of the data file; its settings and what they refer to go by
-// numbers.
+// The references between the values of the data file, whose settings go by numbers.
 class References {
   public:
     explicit References(const Flow &flow)
     {
         for (const auto &[name, setting] : flow.settings()) {
-            if (!setting.data)
+            // A value for a setting of the program's own never counts.
+            if (!setting.data || setting.built_in)
                 continue;
             const size_t from = number_of(name);
             for_each_reference(setting.data->setting->value.c_str(), [&](const Reference &one) {
-                const size_t to = number_of(one.name);
-                references[from].push_back({.to = to, .is_open = !one.end});
+                const std::string *to = one.end ? flow.data_name(one.name) : nullptr;
+                if (!to)
+                    return;
+                const size_t number = number_of(*to);
+                references[from].push_back(number);
             });
         }
         seen_in.resize(references.size());
@@ -273,30 +276,25 @@ class References {
     // True when a setting's value refers to itself, on whatever way.
     bool is_cycle(const std::string &name)
     {
-        const size_t from = numbers.at(name);
-        std::vector<size_t> next = {from};
+        const auto from = numbers.find(name);
+        if (from == numbers.end())
+            return false;
+        std::vector<size_t> next = {from->second};
         search++;
-        for (size_t seen = 0; !next.empty() && seen < 200;) {
+        for (size_t seen = 0; !next.empty() && seen < 200; seen++) {
             const size_t number = next.back();
             next.pop_back();
-            for (const One &one : references[number]) {
-                if (one.to == from)
+            for (const size_t to : references[number]) {
+                if (to == from->second)
                     return true;
-                if (one.is_open || std::exchange(seen_in[one.to], search) == search)
-                    continue;
-                next.push_back(one.to);
-                seen++;
+                if (std::exchange(seen_in[to], search) != search)
+                    next.push_back(to);
             }
         }
         return false;
     }
 
   private:
-    struct One {
-        size_t to;
-        bool is_open;
-    };
-
     size_t number_of(const std::string &name)
     {
         const auto [place, is_new] = numbers.try_emplace(name, references.size());
@@ -306,8 +304,8 @@ class References {
     }
 
     std::unordered_map<std::string, size_t> numbers;
-    std::vector<std::vector<One>> references;
-    std::vector<size_t> seen_in; // the last search that came to each
+    std::vector<std::vector<size_t>> references; // of each number, to others
+    std::vector<size_t> seen_in;                 // the last search that came to each
     size_t search = 0;
 };
 
