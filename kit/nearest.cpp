@@ -143,7 +143,8 @@ void NearestWord::take(Search &search, size_t number, size_t apart)
 
 void NearestWord::look_among(const Words &words, const Choice &rank, std::string_view end)
 {
-    const std::string_view front = std::string_view(word).substr(0, word.size() - end.size());
+    std::string_view front = word;
+    front.remove_suffix(end.size());
     Search search{
         .words = words, .rank = rank, .end = end, .front = front, .letters = letters_of(front)};
     words.sort_out();
