@@ -13,7 +13,7 @@ constexpr size_t most_text = 4096 + 512; // a path and some words
 
 struct Head {
     Word word;
-    long number;
+    std::int64_t number;
 };
 
 union Control {

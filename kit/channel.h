@@ -1,6 +1,7 @@
 // Messages between the processes of a view and the one that made it.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,7 @@ enum class Word : char {
 
 struct Message {
     Word word;
-    long number = 0;
+    std::int64_t number = 0;
     std::string text = {};
     std::vector<Descriptor> descriptors = {}; // at most three
 };

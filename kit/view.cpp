@@ -219,7 +219,7 @@ class Keeper {
             message.descriptors.push_back(std::move(layer.merged));
             send_message(channel, message);
         }
-        send_message(channel, {.word = Word::ready, .number = static_cast<long>(tree.notes)});
+        send_message(channel, {.word = Word::ready, .number = static_cast<std::int64_t>(tree.notes)});
     }
 
     void take(size_t number)
@@ -290,7 +290,7 @@ void tell_owner(const Descriptor &channel, const Message &question)
     if (!question.descriptors.empty())
         ::fstat(question.descriptors[0].get(), &info);
     const std::uint64_t both = std::uint64_t{info.st_uid} << 32U | info.st_gid;
-    send_message(channel, {.word = Word::ask, .number = static_cast<long>(both)});
+    send_message(channel, {.word = Word::ask, .number = static_cast<std::int64_t>(both)});
 }
 
 std::set<gid_t> own_groups()
@@ -426,20 +426,28 @@ int View::take(size_t step)
     ignore.sa_handler = SIG_IGN;
     ::sigaction(SIGINT, &ignore, &interrupt);
     ::sigaction(SIGQUIT, &ignore, &quit);
-    Message message{.word = Word::take, .number = static_cast<long>(step)};
+    Message message{.word = Word::take, .number = static_cast<std::int64_t>(step)};
     int status = -1;
     bool waits = send_message(channel, message);
     while (waits && receive_message(channel, message)) {
-        if (message.word == Word::broken)
+        switch (message.word) {
+        case Word::broken:
             breaks.push_back(message.text);
-        if (message.word == Word::foreign)
+            break;
+        case Word::foreign:
             breaks.push_back(foreign_sentence(message.text));
-        if (message.word == Word::ask)
+            break;
+        case Word::ask:
             tell_owner(channel, message);
-        if (message.word == Word::ended)
+            break;
+        case Word::ended:
             status = static_cast<int>(message.number);
-        waits = message.word == Word::broken || message.word == Word::foreign ||
-                message.word == Word::ask;
+            waits = false;
+            break;
+        default:
+            waits = false;
+            break;
+        }
     }
     ::sigaction(SIGINT, &interrupt, nullptr);
     ::sigaction(SIGQUIT, &quit, nullptr);
