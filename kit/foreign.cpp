@@ -1,6 +1,5 @@
 #include "foreign.h"
 
-#include <bit>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
@@ -9,11 +8,9 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <linux/audit.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -63,6 +60,15 @@ std::optional<id_t> noted(const Descriptor &opened, const char *note)
 
 // --- Making anew -----------------------------------------------------------------------------
 
+bool copy_content(const Descriptor &source, const Descriptor &target)
+{
+    constexpr size_t at_once = 1U << 20U;
+    ssize_t sent = 0;
+    while ((sent = ::sendfile(target.get(), source.get(), nullptr, at_once)) > 0)
+        continue;
+    return sent == 0;
+}
+
 namespace {
 
 // A product's folder is well below; of more the rest is left as it is.
@@ -80,15 +86,6 @@ void finish(int made, const struct stat &info, const Owner &real)
     ::fchmod(made, info.st_mode & 07777);
     const timespec times[] = {info.st_atim, info.st_mtim};
     ::futimens(made, times);
-}
-
-bool copy_content(const Descriptor &source, const Descriptor &target)
-{
-    constexpr size_t at_once = 1U << 20U;
-    ssize_t sent = 0;
-    while ((sent = ::sendfile(target.get(), source.get(), nullptr, at_once)) > 0)
-        continue;
-    return sent == 0;
 }
 
 // Extended attributes, as finer rights, would be lost: such a file stays as it is.
@@ -161,70 +158,6 @@ bool has_foreign_groups(const Descriptor &directory, const AskOwner &ask)
     return find_foreign(directory.get(), ask, left);
 }
 
-// --- Reading a call --------------------------------------------------------------------------
-
-namespace {
-
-// A text in the memory of another process; "" when it cannot be read.
-std::string read_text_of(pid_t process, std::uint64_t address)
-{
-    constexpr size_t step = 256; // never over the end of a page
-    std::string text;
-    while (text.size() < PATH_MAX) {
-        char piece[step];
-        const std::uint64_t from = address + text.size();
-        const size_t size = step - from % step;
-        iovec here = {piece, size};
-        iovec there = {std::bit_cast<void *>(static_cast<std::uintptr_t>(from)), size};
-        const ssize_t got = ::process_vm_readv(process, &here, 1, &there, 1, 0);
-        if (got <= 0)
-            return "";
-        const size_t length = ::strnlen(piece, static_cast<size_t>(got));
-        text.append(piece, length);
-        if (length < static_cast<size_t>(got))
-            return text;
-    }
-    return "";
-}
-
-// Where there is no /proc of our own, processes have other numbers in it than among us.
-bool has_own_proc()
-{
-    char text[32] = "";
-    return ::readlink("/proc/self", text, sizeof text - 1) > 0 &&
-           std::to_string(::getpid()) == text;
-}
-
-// What a program means by a descriptor.
-Descriptor opened_by(pid_t process, int descriptor)
-{
-    std::string path = "/proc/" + std::to_string(process);
-    if (descriptor == AT_FDCWD)
-        path = has_own_proc() ? path + "/cwd" : ".";
-    else
-        path += "/fd/" + std::to_string(descriptor);
-    return Descriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
-}
-
-} // namespace
-
-CalledName read_name(pid_t process, int descriptor, std::uint64_t address)
-{
-    std::string path = read_text_of(process, address);
-    const bool is_whole = path.starts_with('/');
-    while (path.size() > 1 && path.ends_with('/'))
-        path.pop_back();
-    const size_t divider = path.rfind('/');
-    const std::string parent = divider == std::string::npos ? "."
-                               : divider == 0               ? "/"
-                                                            : path.substr(0, divider);
-    const std::string leaf = divider == std::string::npos ? path : path.substr(divider + 1);
-    const Descriptor start = is_whole ? Descriptor() : opened_by(process, descriptor);
-    return {.parent =
-                Descriptor(::openat(start.get(), parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
-            .leaf = leaf};
-}
-
 // --- Which calls -----------------------------------------------------------------------------
 
 // What of a call's path the overlay has to take up.
@@ -283,16 +216,6 @@ constexpr TouchingCall touches[] = {
 #endif
 };
 
-#if defined __x86_64__
-constexpr unsigned own_architecture = AUDIT_ARCH_X86_64;
-#elif defined __i386__
-constexpr unsigned own_architecture = AUDIT_ARCH_I386;
-#elif defined __aarch64__
-constexpr unsigned own_architecture = AUDIT_ARCH_AARCH64;
-#else
-constexpr unsigned own_architecture = 0;
-#endif
-
 constexpr unsigned writing = O_WRONLY | O_RDWR | O_CREAT | O_TRUNC;
 
 // Of openat2(2) they are at the beginning of a structure; creat(2) has none.
@@ -303,10 +226,7 @@ std::uint64_t flags_of(const TouchingCall &call, const seccomp_notif &notice)
     std::uint64_t flags = O_CREAT | O_TRUNC | O_WRONLY;
     if (call.call != SYS_openat2)
         return flags;
-    iovec here = {&flags, sizeof flags};
-    iovec there = {std::bit_cast<void *>(static_cast<std::uintptr_t>(notice.data.args[2])),
-                   sizeof flags};
-    ::process_vm_readv(static_cast<pid_t>(notice.pid), &here, 1, &there, 1, 0);
+    read_memory(static_cast<pid_t>(notice.pid), notice.data.args[2], &flags, sizeof flags);
     return flags;
 }
 
@@ -349,35 +269,28 @@ std::optional<Owner> given_by(const TouchingCall &call, const seccomp_notif &not
                  .group = static_cast<gid_t>(notice.data.args[call.word])};
 }
 
-sock_filter step(unsigned code, size_t value, unsigned char yes = 0, unsigned char no = 0)
-{
-    return {static_cast<__u16>(code), yes, no, static_cast<__u32>(value)};
-}
-
 } // namespace
 
 // Opening for reading, which is most of what programs do, passes without an answer.
 void add_touches(std::vector<sock_filter> &filter)
 {
-    constexpr unsigned load = BPF_LD | BPF_W | BPF_ABS;
-    constexpr unsigned equals = BPF_JMP | BPF_JEQ | BPF_K;
-    filter.push_back(step(load, offsetof(seccomp_data, arch)));
-    filter.push_back(step(equals, own_architecture, 1, 0));
-    filter.push_back(step(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
-    filter.push_back(step(load, offsetof(seccomp_data, nr)));
+    filter.push_back(load_word(offsetof(seccomp_data, arch)));
+    filter.push_back(if_equal(own_architecture, 1, 0));
+    filter.push_back(decide(SECCOMP_RET_ALLOW));
+    filter.push_back(load_word(offsetof(seccomp_data, nr)));
     for (const TouchingCall &each : touches) {
-        const auto call = static_cast<size_t>(each.call);
+        const auto call = static_cast<unsigned>(each.call);
         if (each.what == Touch::opened && each.word != none) {
             const size_t flags = offsetof(seccomp_data, args) +
                                  static_cast<size_t>(each.word) * sizeof(std::uint64_t);
-            filter.push_back(step(equals, call, 0, 4));
-            filter.push_back(step(load, flags));
-            filter.push_back(step(BPF_JMP | BPF_JSET | BPF_K, writing, 1, 0));
-            filter.push_back(step(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+            filter.push_back(if_equal(call, 0, 4));
+            filter.push_back(load_word(flags));
+            filter.push_back(if_any(writing, 1, 0));
+            filter.push_back(decide(SECCOMP_RET_ALLOW));
         } else {
-            filter.push_back(step(equals, call, 0, 1));
+            filter.push_back(if_equal(call, 0, 1));
         }
-        filter.push_back(step(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
+        filter.push_back(decide(SECCOMP_RET_USER_NOTIF));
     }
 }
 

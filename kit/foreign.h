@@ -12,10 +12,9 @@
 #include <string>
 #include <vector>
 
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sys/types.h>
 
+#include "calls.h"
 #include "lib.h"
 
 struct Owner {
@@ -38,19 +37,15 @@ void note_owner(const std::string &path, const Owner &real);
 std::optional<id_t> noted(const std::string &path, const char *note);
 std::optional<id_t> noted(const Descriptor &opened, const char *note);
 
+// Copies what is left of one open file to the other. False with errno set.
+bool copy_content(const Descriptor &source, const Descriptor &target);
+
 // Makes anew in `upper` what below `lower` belongs to the user and to another group, up to a
 // bounded size, and the user's directories on the way.
 void make_anew(const Descriptor &lower, const Descriptor &upper, const AskOwner &ask);
 
 // True when make_anew() would find something.
 bool has_foreign_groups(const Descriptor &directory, const AskOwner &ask);
-
-// A name as a program gave it in a call.
-struct CalledName {
-    Descriptor parent;
-    std::string leaf;
-};
-CalledName read_name(pid_t process, int descriptor, std::uint64_t address);
 
 // Has the calls that change something, other than renames, wait for an answer.
 void add_touches(std::vector<sock_filter> &filter);

@@ -9,15 +9,12 @@
 #include <iterator>
 
 #include <fcntl.h>
-#include <linux/audit.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sys/ioctl.h>
-#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "calls.h"
 #include "channel.h"
 #include "directory.h"
 #include "foreign.h"
@@ -53,35 +50,22 @@ constexpr Calls known_calls[] = {
 #endif
 };
 
-constexpr sock_filter statement(unsigned code, unsigned value)
-{
-    return {static_cast<__u16>(code), 0, 0, value};
-}
-
-constexpr sock_filter unless_equal(int value, unsigned char skip)
-{
-    return {BPF_JMP | BPF_JEQ | BPF_K, 0, skip, static_cast<unsigned>(value)};
-}
-
 // Lets every call pass but those that rename and, when they are watched, those that change.
 std::vector<sock_filter> waiting_calls(bool with_touches)
 {
     std::vector<sock_filter> filter;
-    const auto load = [](size_t offset) {
-        return statement(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(offset));
-    };
     for (const Calls &calls : known_calls) {
-        filter.push_back(load(offsetof(seccomp_data, arch)));
-        filter.push_back(unless_equal(static_cast<int>(calls.architecture), 7));
-        filter.push_back(load(offsetof(seccomp_data, nr)));
+        filter.push_back(load_word(offsetof(seccomp_data, arch)));
+        filter.push_back(if_equal(calls.architecture, 0, 7));
+        filter.push_back(load_word(offsetof(seccomp_data, nr)));
         for (const int call : {calls.rename, calls.renameat, calls.renameat2}) {
-            filter.push_back(unless_equal(call, 1));
-            filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
+            filter.push_back(if_equal(static_cast<unsigned>(call), 0, 1));
+            filter.push_back(decide(SECCOMP_RET_USER_NOTIF));
         }
     }
     if (with_touches)
         add_touches(filter);
-    filter.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    filter.push_back(decide(SECCOMP_RET_ALLOW));
     return filter;
 }
 
@@ -162,11 +146,7 @@ bool move_content(int from, const char *name, int to, const char *new_name, mode
     const Descriptor target(::openat(to, new_name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!source.is_open() || !target.is_open())
         return false;
-    constexpr size_t at_once = 1U << 20U;
-    ssize_t sent = 0;
-    while ((sent = ::sendfile(target.get(), source.get(), nullptr, at_once)) > 0)
-        continue;
-    return sent == 0 && ::fchmod(target.get(), mode) == 0;
+    return copy_content(source, target) && ::fchmod(target.get(), mode) == 0;
 }
 
 // The old directory is left empty by moving each entry by itself.
