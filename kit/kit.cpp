@@ -60,12 +60,12 @@ int run_help(int argc, char **argv)
 }
 
 // What nobody could read is no result.
-int unless_lost(int status, const Subcommand &command)
+int unless_lost(int status, int status_unable)
 {
     if (std::fflush(stdout) == 0 && !std::ferror(stdout))
         return status;
     unable("the output cannot be written: %s", std::strerror(errno));
-    return command.status_unable;
+    return status_unable;
 }
 
 bool is_help(const char *word)
@@ -87,13 +87,13 @@ int run_kit(int argc, char **argv)
         return kit_unable;
     }
     if (is_help(argv[1]))
-        return run_help(1, argv);
+        return unless_lost(run_help(1, argv), kit_unable);
     const Subcommand *command = find_word(subcommands, argv[1], std::strcmp);
     if (!command)
         return unable("there is no subcommand '%s'; 'product-kit help' lists them", argv[1]);
     if (argc > 2 && is_help(argv[2]))
-        return run_help(2, argv);
-    return unless_lost(command->run(argc - 1, argv + 1), *command);
+        return unless_lost(run_help(2, argv), command->status_unable);
+    return unless_lost(command->run(argc - 1, argv + 1), command->status_unable);
 }
 
 int unable(const char *format, ...)

@@ -68,7 +68,8 @@ def main():
         assert told in shown and ended == status, (shown, ended)
         assert shown.count("in order") == at_term.count("in order"), shown
         assert shown.count("noted") == at_int.count("noted"), shown
-    for words, status in ((["help"], 125), (["check", "--rules"], 2)):
+    for words, status in ((["help"], 125), (["--help"], 125), (["check", "--help"], 2),
+                          (["check", "--rules"], 2)):
         with open("/dev/full", "wb") as full:
             lost = subprocess.run([kit, *words], stdout=full, stderr=subprocess.PIPE, check=False)
         assert lost.returncode == status and b"output cannot be written" in lost.stderr, lost
