@@ -248,12 +248,11 @@ std::string Flow::resolve(const std::string &name, std::set<std::string> &open)
         value.append(text, reference.begin);
         text = reference.end;
         // References inside the data file are resolved without regard to case.
-        const auto named = data_names.find(folded(reference.name));
-        const std::string other = named == data_names.end() ? "" : named->second;
-        if (other.empty() || (is_built_in(other) && other != "action") || open.contains(other))
+        const std::string *other = data_name(reference.name);
+        if (!other || (is_built_in(*other) && *other != "action") || open.contains(*other))
             value.append(reference.begin, reference.end);
-        else if (other != "action")
-            value += resolve(other, open);
+        else if (*other != "action")
+            value += resolve(*other, open);
     });
     value += text;
     value.resize(std::min<size_t>(value.size(), line_size - 1));
