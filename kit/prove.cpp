@@ -118,7 +118,8 @@ class Workshop {
             while (begun < lives.size() && workers.size() < most)
                 begin(begun++);
             show_progress();
-            collect();
+            if (!workers.empty())
+                collect();
         }
         if (::isatty(STDERR_FILENO))
             std::fputs("\r\033[K", stderr);
@@ -133,15 +134,19 @@ class Workshop {
             verdicts[life].problem = "no pipe can be made";
             return;
         }
+        Descriptor ours(ends[0]);
+        Descriptor theirs(ends[1]);
         std::fflush(nullptr);
         const pid_t process = ::fork();
         if (process == 0) {
             ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-            tell_verdict(lives[life].live(), ends[1]);
+            tell_verdict(lives[life].live(), theirs.release());
             ::_exit(EXIT_SUCCESS);
         }
-        ::close(ends[1]);
-        workers.push_back({process, Descriptor(ends[0]), life});
+        if (process < 0)
+            verdicts[life].problem = "no process can be made";
+        else
+            workers.push_back({process, std::move(ours), life});
     }
 
     // Waits for news and takes them.
