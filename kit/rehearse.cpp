@@ -104,7 +104,7 @@ int run_commands(const Rehearsal &rehearsal, View &view)
         if (result == run_done)
             result = status;
         if (status < 0)
-            return unable("the private view has ended before the program");
+            return unable("the program was not run to its end in the private view");
         if (status >= kit_unable)
             break;
     }

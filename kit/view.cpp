@@ -219,7 +219,8 @@ class Keeper {
             message.descriptors.push_back(std::move(layer.merged));
             send_message(channel, message);
         }
-        send_message(channel, {.word = Word::ready, .number = static_cast<std::int64_t>(tree.notes)});
+        send_message(channel,
+                     {.word = Word::ready, .number = static_cast<std::int64_t>(tree.notes)});
     }
 
     void take(size_t number)
@@ -238,6 +239,8 @@ class Keeper {
             std::fflush(nullptr);
             ::_exit(status);
         }
+        if (child < 0)
+            return fail("no process can be made");
         if (helps)
             renames->take_over();
         const int status = wait_for(child);
@@ -440,11 +443,12 @@ int View::take(size_t step)
         case Word::ask:
             tell_owner(channel, message);
             break;
-        case Word::ended:
-            status = static_cast<int>(message.number);
+        case Word::failure:
+            breaks.push_back(message.text + ": " + std::strerror(static_cast<int>(message.number)));
             waits = false;
             break;
         default:
+            status = message.word == Word::ended ? static_cast<int>(message.number) : -1;
             waits = false;
             break;
         }

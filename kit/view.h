@@ -31,7 +31,7 @@ class View {
     View &operator=(const View &) = delete;
 
     // Takes a step, as often as wanted: its exit status, 128 and the number of the signal that
-    // ended it, or -1 when the view itself has ended.
+    // ended it, or -1 when the view itself has ended or cannot take it.
     int take(size_t step);
 
     // Ends all that was run in the view. What was changed can still be looked at.

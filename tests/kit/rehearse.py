@@ -247,6 +247,9 @@ def corners(kit, scratch, _):
                   f"--bounding-set=-sys_admin --inh-caps=-sys_admin '{kit}' rehearse ./work")
     assert refused.returncode == 125 and "no private view can be made: " in refused.stderr.decode() \
         and "whoever starts it can allow it" in refused.stderr.decode(), refused
+    alone = ["setpriv", "--reuid=54321", "--clear-groups", "prlimit", "--nproc=2"]
+    refused = run(place, *alone, kit, "rehearse", "./work")
+    assert refused.returncode == 125 and b"no process can be made" in refused.stderr, refused
 
 
 def stacked(kit, scratch, _):
