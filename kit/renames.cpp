@@ -90,13 +90,14 @@ bool RenameHelper::begin()
     return done;
 }
 
-void RenameHelper::take_over()
+bool RenameHelper::take_over()
 {
     ends[1].close();
     Message message{.word = Word::ended};
-    if (receive_message(ends[0], message) && message.descriptors.size() == 1)
-        calls = std::move(message.descriptors[0]);
+    const bool has_begun = receive_message(ends[0], message) && message.descriptors.size() == 1;
+    calls = has_begun ? std::move(message.descriptors[0]) : Descriptor();
     ends[0].close();
+    return has_begun;
 }
 
 // --- Reading a call --------------------------------------------------------------------------

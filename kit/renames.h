@@ -28,8 +28,9 @@ class RenameHelper {
     // False with errno set.
     bool begin();
 
-    // In the parent, after the fork; then `descriptor` is readable when one waits.
-    void take_over();
+    // In the parent, after the fork; then `descriptor` is readable when one waits. False when the
+    // child could not begin.
+    bool take_over();
     int descriptor() const { return calls.get(); }
     void answer();
 

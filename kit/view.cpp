@@ -123,9 +123,12 @@ void raise_rights()
 
 // --- The first process of the view -----------------------------------------------------------
 
-int exit_status(int waited)
+// Waits for a process to end: its exit status, or 128 and the number of the signal.
+int end_of(pid_t process)
 {
     constexpr int by_signal = 128;
+    int waited = 0;
+    ::waitpid(process, &waited, 0);
     return WIFSIGNALED(waited) ? by_signal + WTERMSIG(waited) : WEXITSTATUS(waited);
 }
 
@@ -232,7 +235,7 @@ class Keeper {
         if (child == 0) {
             raise_rights();
             if (helps && !renames->begin())
-                ::_exit(EXIT_FAILURE);
+                ::_exit(errno);
             drop_rights(true);
             ::prctl(PR_SET_PDEATHSIG, SIGKILL);
             const int status = steps[number]();
@@ -241,8 +244,10 @@ class Keeper {
         }
         if (child < 0)
             return fail("no process can be made");
-        if (helps)
-            renames->take_over();
+        if (helps && !renames->take_over()) {
+            errno = end_of(child);
+            return fail("renames cannot be followed");
+        }
         const int status = wait_for(child);
         for (const std::string &failure : renames->take_failures())
             send_message(channel, {.word = Word::broken, .text = failure});
@@ -252,10 +257,17 @@ class Keeper {
             send_message(channel, {.word = Word::ended, .number = status});
     }
 
-    // The exit status; -1 when the maker has ended, whose end of the channel is closed then.
+    // The exit status; -1 when the maker has ended, whose end of the channel is closed then, and
+    // when the child cannot be waited for.
     int wait_for(pid_t child)
     {
         const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+        if (!process.is_open()) {
+            fail("the program's end cannot be waited for");
+            ::kill(child, SIGKILL);
+            end_of(child);
+            return -1;
+        }
         pollfd events[] = {
             {process.get(), POLLIN, 0}, {channel.get(), 0, 0}, {renames->descriptor(), POLLIN, 0}};
         while (true) {
@@ -270,9 +282,7 @@ class Keeper {
             else if (events[2].revents != 0)
                 events[2].fd = -1;
         }
-        int waited = 0;
-        ::waitpid(child, &waited, 0);
-        return exit_status(waited);
+        return end_of(child);
     }
 
     Descriptor channel;
