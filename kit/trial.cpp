@@ -21,8 +21,11 @@
 std::string file_text(const std::string &path)
 {
     const Stream file(s_fopen(path.c_str(), "r"));
-    const Text text(file ? read_text(file.get()) : nullptr);
-    return text ? text.get() : "";
+    std::string text;
+    char block[8192];
+    while (file && !std::feof(file.get()) && !std::ferror(file.get()))
+        text.append(block, std::fread(block, 1, sizeof block, file.get()));
+    return file && !std::ferror(file.get()) ? text : "";
 }
 
 bool put_text(const std::string &path, const std::string &text)

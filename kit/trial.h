@@ -77,7 +77,7 @@ class Trial {
     std::unique_ptr<View> view;
 };
 
-// The text of a file; "" when it cannot be read.
+// The text of a file, to its last byte; "" when it cannot be read.
 std::string file_text(const std::string &path);
 
 // Writes a file that is there, or makes it. False when that fails.

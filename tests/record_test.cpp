@@ -11,6 +11,7 @@
 #include "names.h"
 #include "rows.h"
 #include "support.h"
+#include "trial.h"
 
 namespace {
 
@@ -181,6 +182,18 @@ TEST_F(LastRunTest, OnlyItsOwnMessagesAreOfTheRun)
                 values += (values.empty() ? "" : " ") + event.value;
             return values;
         });
+}
+
+using FileTextTest = InDirectory;
+
+// What is cut off would be lost when the changed text is written back.
+TEST_F(FileTextTest, GoesOnBehindANullByte)
+{
+    const std::string text("# a \0 comment\n[install]", 23);
+    write_text("web.cpy", text);
+    EXPECT_EQ(file_text("web.cpy"), text);
+    EXPECT_EQ(file_text("."), "");
+    EXPECT_EQ(file_text("missing"), "");
 }
 
 TEST(Directory, APathIsBelowADirectoryAndNotBesideIt)
