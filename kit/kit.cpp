@@ -60,12 +60,12 @@ int run_help(int argc, char **argv)
 }
 
 // What nobody could read is no result.
-int unless_lost(int status, int status_unable)
+int unless_lost(int status, int otherwise)
 {
     if (std::fflush(stdout) == 0 && !std::ferror(stdout))
         return status;
     unable("the output cannot be written: %s", std::strerror(errno));
-    return status_unable;
+    return otherwise;
 }
 
 bool is_help(const char *word)
