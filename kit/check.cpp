@@ -197,7 +197,7 @@ void look_at_commands(Survey &survey, Report &report)
         if (!section.is_read || section.name.empty() ||
             entries_of(survey.product.copy, section.name).empty())
             continue;
-        const SectionView view(survey, section.name);
+        const SectionView view(survey.product, survey.flow, section.name);
         Disk disk = survey.disks.before(section.name);
         walk_section(survey.product, survey.flow, section.name, disk,
                      [&](const Line &line, const copy_cmd &command, const Disk &before) {

@@ -6,14 +6,13 @@
 //     # check: destination-slash: everything is in place already, this line only documents it
 #pragma once
 
-#include <map>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "disk.h"
 #include "flow.h"
 #include "product.h"
+#include "section_view.h"
 
 enum class Severity {
     error,   // something goes wrong in a run that can happen
@@ -72,28 +71,6 @@ class Report {
 
   private:
     const Rule *rule = nullptr;
-};
-
-// What the commands of a section ask about the rest of it, found out once.
-class SectionView {
-  public:
-    SectionView(const Survey &survey, const std::string &section);
-
-    // True for the setting of one of its questions.
-    bool asks_for(const std::string &setting) const { return asked.contains(setting); }
-    // True when one of its steps may end the flow before its commands run.
-    bool may_end() const { return has_end; }
-    // True when a line behind one removes the file of that path, or gives the path a mode.
-    bool removes_behind(const Line &line, const std::string &path) const;
-    bool has_mode_behind(const Line &line, const std::string &path) const;
-
-  private:
-    std::set<std::string> asked;
-    bool has_end = false;
-    // The number of the last line for each path, and of every one with a wildcard, by directory.
-    std::map<std::string, unsigned> removals;
-    std::map<std::string, unsigned> modes;
-    std::map<std::string, std::vector<std::pair<unsigned, std::string>>> wildcard_modes;
 };
 
 // A command of a section with the model of the disk before it.

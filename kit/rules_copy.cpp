@@ -598,49 +598,6 @@ void error_without_message(const CommandAt &at, Report &report)
 
 } // namespace
 
-SectionView::SectionView(const Survey &survey, const std::string &section)
-    : asked(asked_in(survey.product, section))
-{
-    for (const Line *line : entries_of(survey.product.questions, section))
-        has_end = has_end || line->question->type == QError;
-    for (const Line *line : entries_of(survey.product.copy, section)) {
-        const std::string &path = survey.flow.path(line->command->source);
-        const SplitPath split = split_path(path);
-        if (line->command->type == RmFile)
-            removals[path] = line->number;
-        if (line->command->type != Chmod)
-            continue;
-        modes[without_slash(path)] = line->number;
-        if (has_wildcard(split.name))
-            wildcard_modes[split.directory].emplace_back(line->number, split.name);
-    }
-}
-
-bool SectionView::removes_behind(const Line &line, const std::string &path) const
-{
-    const auto found = removals.find(path);
-    return found != removals.end() && found->second > line.number;
-}
-
-// The mode of a directory is given to all that is in it, too.
-bool SectionView::has_mode_behind(const Line &line, const std::string &path) const
-{
-    for (size_t end = path.find('/'); true; end = path.find('/', end + 1)) {
-        const auto found = modes.find(path.substr(0, end));
-        if (found != modes.end() && found->second > line.number)
-            return true;
-        if (end == std::string::npos)
-            break;
-    }
-    const SplitPath split = split_path(path);
-    const auto found = wildcard_modes.find(split.directory);
-    return found != wildcard_modes.end() &&
-           std::any_of(found->second.begin(), found->second.end(), [&](const auto &mode) {
-               return mode.first > line.number &&
-                      wild_match(split.name.c_str(), mode.second.c_str());
-           });
-}
-
 const Rule copy_rules[] = {
     {"destination-slash", Severity::error, nullptr, destination_slash},
     {"destination-bare", Severity::error, nullptr, destination_bare},

@@ -1,5 +1,6 @@
 // The tests of the modules. With --each-alone every case has a copy of this process to itself,
 // which costs less than a process of its own where starting one takes long, as under valgrind.
+#include <cstdlib>
 #include <string>
 
 #include <sys/wait.h>
