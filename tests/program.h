@@ -9,7 +9,7 @@ struct Program {
     std::string path = "./install";
     std::vector<std::string> arguments = {};
     bool as_nobody = false; // gives up root first, where the tests run as root
-    bool ours = true;       // not a shell and the like, which need no emulator
+    bool ours = true;       // the installer, not a shell and the like
 };
 
 // Everything that came out, errors too, and the exit status (-1: did not end by itself).
