@@ -32,13 +32,12 @@ const std::vector<FolderEntry> &Folder::list(const std::string &directory)
 const Words &Folder::paths(const std::string &directory)
 {
     const auto [place, is_new] = known_paths.try_emplace(directory);
+    if (!is_new)
+        return place->second;
     std::vector<std::string> paths;
-    if (is_new)
-        for (const FolderEntry &entry : list(directory))
-            paths.push_back(directory + entry.name);
-    if (is_new)
-        place->second = Words(std::move(paths));
-    return place->second;
+    for (const FolderEntry &entry : list(directory))
+        paths.push_back(directory + entry.name);
+    return place->second = Words(std::move(paths));
 }
 
 const std::vector<FolderEntry> &Folder::matches(const std::string &path)

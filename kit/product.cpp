@@ -321,6 +321,20 @@ std::vector<const Line *> entries_of(const ProductFile &file, std::string_view s
     return entries;
 }
 
+bool is_asked(QType type)
+{
+    return type != QCopy && type != QXExist && type != QError && type != QLoop;
+}
+
+std::set<std::string> asked_in(const Product &product, std::string_view section)
+{
+    std::set<std::string> settings;
+    for (const Line *line : entries_of(product.questions, section))
+        if (is_asked(line->question->type))
+            settings.insert(line->question->setting);
+    return settings;
+}
+
 std::string place_of(const ProductFile &file, const Line &line)
 {
     return file.name + ":" + std::to_string(line.number);

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -114,6 +115,12 @@ std::vector<const Line *> section_lines(const ProductFile &file, std::string_vie
 // The entries of a file in file order, those of all its sections; and those of one section.
 std::vector<const Line *> entries_of(const ProductFile &file);
 std::vector<const Line *> entries_of(const ProductFile &file, std::string_view section);
+
+// True for a type that a person is asked.
+bool is_asked(QType type);
+
+// The settings that a section asks for.
+std::set<std::string> asked_in(const Product &product, std::string_view section);
 
 // "install.cpy:23".
 std::string place_of(const ProductFile &file, const Line &line);

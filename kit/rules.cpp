@@ -43,20 +43,6 @@ bool is_plain_name(const std::string &word)
     });
 }
 
-bool is_asked(QType type)
-{
-    return type != QCopy && type != QXExist && type != QError && type != QLoop;
-}
-
-std::set<std::string> asked_in(const Product &product, const std::string &section)
-{
-    std::set<std::string> settings;
-    for (const Line *line : entries_of(product.questions, section))
-        if (is_asked(line->question->type))
-            settings.insert(line->question->setting);
-    return settings;
-}
-
 std::string only_reference(const std::string &field)
 {
     Reference reference;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <functional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -32,12 +31,6 @@ std::string section_of(const ProductFile &file, const Line &line);
 
 // True when a word can be meant for the name of a setting: letters, digits and "_".
 bool is_plain_name(const std::string &word);
-
-// True for a type that a person is asked.
-bool is_asked(QType type);
-
-// The settings that a section asks for.
-std::set<std::string> asked_in(const Product &product, const std::string &section);
 
 // The name in a field that is one whole reference, as "$(dir)"; "" for any other.
 std::string only_reference(const std::string &field);

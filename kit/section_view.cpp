@@ -4,7 +4,6 @@
 
 #include "disk.h"
 #include "lib.h"
-#include "rules.h"
 
 SectionView::SectionView(const Product &product, const Flow &flow, const std::string &section)
     : asked(asked_in(product, section))

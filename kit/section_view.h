@@ -1,3 +1,4 @@
+// What the commands of a section ask about the rest of it, found out once.
 #pragma once
 
 #include <map>
@@ -9,7 +10,6 @@
 #include "flow.h"
 #include "product.h"
 
-// What the commands of a section ask about the rest of it, found out once.
 class SectionView {
   public:
     SectionView(const Product &product, const Flow &flow, const std::string &section);
