@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <numeric>
 
-#include "lib.h"
 #include "product.h"
 
 namespace {
@@ -92,25 +91,8 @@ void Words::sort_out() const
 }
 
 NearestWord::NearestWord(std::string_view of)
-    : word(of), letters(letters_of(of)),
-      nearest(of.size() < 2 ? 0 : std::max<size_t>(1, of.size() / 4) + 1)
+    : word(of), nearest(of.size() < 2 ? 0 : std::max<size_t>(1, of.size() / 4) + 1)
 {
-}
-
-void NearestWord::look_at(const std::string &candidate)
-{
-    if (candidate.size() < shortest_candidate || candidate.size() >= word.size() + nearest ||
-        word.size() >= candidate.size() + nearest)
-        return;
-    const bool same_but_for_case =
-        candidate.size() == word.size() && s_stricmp(word.c_str(), candidate.c_str()) == 0;
-    if (!same_but_for_case && !can_be_near(letters, letters_of(candidate), nearest - 1))
-        return;
-    const size_t apart = same_but_for_case ? 0 : distance(word, candidate, nearest - 1, rows);
-    if (apart < nearest) {
-        found = candidate;
-        nearest = apart;
-    }
 }
 
 // What is looked for among many words, and which of them has been found.
@@ -197,14 +179,6 @@ void NearestWord::give_up()
 {
     found.clear();
     nearest = 0;
-}
-
-std::string nearest_word(std::string_view word, const std::vector<std::string> &words)
-{
-    NearestWord nearest(word);
-    for (const std::string &candidate : words)
-        nearest.look_at(candidate);
-    return nearest.best();
 }
 
 std::string nearest_word(std::string_view word, const Words &words)

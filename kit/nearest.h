@@ -40,7 +40,7 @@ class Words {
     std::vector<std::string> texts;
     mutable std::unordered_map<size_t, std::vector<Place>> by_length;
     mutable std::unordered_multimap<std::string, size_t> by_folded; // by the word in lower case
-    // Of all searches, in pairs of letters that were compared; about a nanosecond each.
+    // Of all searches, in pairs of letters that were compared.
     mutable size_t effort = 0;
     static constexpr size_t effort_of_look = 8;
     static constexpr size_t effort_of_rank = 100;
@@ -57,7 +57,6 @@ class NearestWord {
 
     explicit NearestWord(std::string_view word);
 
-    void look_at(const std::string &candidate);
     // Looks at all of many words; of those with the same rank the first counts. Each has `end`
     // behind it, and so has the word.
     void look_among(const Words &words, const Choice &rank, std::string_view end = "");
@@ -73,12 +72,10 @@ class NearestWord {
     void give_up();
 
     std::string word;
-    std::uint64_t letters;
     size_t nearest; // only what is nearer counts
     std::string found;
     DistanceRows rows;
 };
 
-// The nearest word out of a list, or of many words; "" when none is near.
-std::string nearest_word(std::string_view word, const std::vector<std::string> &words);
+// The nearest of many words; "" when none is near.
 std::string nearest_word(std::string_view word, const Words &words);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 
 #include "lib.h"
 
@@ -59,13 +60,14 @@ std::string fate_of(const ProductFile &file, const Line &line)
 
 void unknown_word(Survey &survey, Report &report)
 {
+    std::map<FileKind, Words> words;
     for_each_line(survey.product, [&](const ProductFile &file, const Line &line) {
         if (!has_word(file, line) || is_known_word(file.kind, line.fields[0]))
             return;
+        const auto known = words.try_emplace(file.kind, known_words(file.kind)).first;
         report.add(file, line,
                    in_quotes(line.fields[0]) + " is no word of this file, and " +
-                       fate_of(file, line) +
-                       meant(nearest_word(line.fields[0], known_words(file.kind))));
+                       fate_of(file, line) + meant(nearest_word(line.fields[0], known->second)));
     });
 }
 

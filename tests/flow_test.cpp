@@ -243,9 +243,7 @@ TEST(Nearest, AMisspeltWordHasOneThatIsNear)
             "host|user=>",
         },
         [](const Fields &row) {
-            const std::vector<std::string> words(row.begin() + 1, row.end());
-            EXPECT_EQ(nearest_word(row[0], Words(words)), nearest_word(row[0], words));
-            return nearest_word(row[0], words);
+            return nearest_word(row[0], Words({row.begin() + 1, row.end()}));
         });
     EXPECT_EQ(distance("abcd", "badc", 4), 2u);
     EXPECT_EQ(distance("abcd", "wxyz", 2), 3u);

@@ -272,7 +272,7 @@ def stacked(kit, scratch, _):
     assert not list(top.glob("product-kit*")), "something is left"
 
 
-def contained(kit, scratch):
+def contained(kit, scratch, _):
     """Root in a container that has users of its own, to whom nothing is foreign."""
     place = program(scratch / "contained", "chown 7:4 theirs; chgrp 4 own; rmdir shared")
     (place / "shared").mkdir()
@@ -296,7 +296,6 @@ def contained(kit, scratch):
 
 def foreign(kit, scratch, _):
     """An ordinary user, with files of another group and of others: as really, or no judgement."""
-    contained(kit, scratch)
     alike = ["echo 2 >> file; chmod 700 inner; echo 3 > inner/new; mv file moved; rm inner/old",
              f"chgrp {USER} kept; rm ../sticky/others; chmod 700 ../sticky; mkdir ../sticky/own",
              "ln -s inner/open link; cp -a link copy; touch -h link; chgrp -h 12345 link",
@@ -389,6 +388,10 @@ def proofs(kit, scratch, _):
         assert ended.returncode == 125 and sentence in ended.stderr.decode(), ended
 
 
+# What root sets up for an ordinary user, or for a container of one's own users.
+FOR_USERS = ("corners", "contained", "foreign")
+
+
 def again(case, scratch, arguments):
     """This script once more, as the case asks for it: in a mount namespace, by an ordinary user."""
     for name in ("trees.py", "rehearse.py"):
@@ -402,11 +405,11 @@ def again(case, scratch, arguments):
                scratch / "install", scratch / "examples", *arguments[3:]]
     before = [] if os.getuid() != 0 else AS_USER if case.startswith("user-") else ["unshare", "-m"]
     program(scratch / "probe", "exit 0")
-    probe = run(scratch / "probe", *(AS_USER if case in ("corners", "foreign") else before),
+    probe = run(scratch / "probe", *(AS_USER if case in FOR_USERS else before),
                 kit, "rehearse", "./work")
     reason = probe.stderr.decode()
     if "no private view" in reason or (os.getuid() != 0 and
-                                       case in ("faces", "stacked", "corners", "foreign")):
+                                       case in ("faces", "stacked", *FOR_USERS)):
         print(f"skipped: {reason or 'only root can set this up'}")
         return 1 if os.environ.get("CI") == "true" else 77
     return subprocess.run([*before, *command], check=False).returncode
@@ -417,8 +420,8 @@ if sys.argv[1] == "--here":
     sys.dont_write_bytecode = True
     import trees
     cases = {"trees": random_trees, "flows": flows, "killed": killed, "words": words,
-             "faces": faces, "stacked": stacked, "corners": corners, "foreign": foreign,
-             "proofs": proofs}
+             "faces": faces, "stacked": stacked, "corners": corners, "contained": contained,
+             "foreign": foreign, "proofs": proofs}
     installer, examples = (pathlib.Path(path) for path in sys.argv[4:6])
     os.umask(0o22)
     work = directory / "work"
