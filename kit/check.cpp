@@ -5,8 +5,7 @@
 #include <cstring>
 #include <tuple>
 
-#include <nlohmann/json.hpp>
-
+#include "json.h"
 #include "kit.h"
 #include "lib.h"
 #include "list.h"
@@ -321,19 +320,24 @@ void print_text(const Product &product, const std::vector<Finding> &findings, si
 
 void print_json(const Product &product, const std::vector<Finding> &findings, size_t accepted)
 {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const Finding &finding : findings)
-        list.push_back({{"file", product.path(finding.file)},
-                        {"line", finding.line},
-                        {"severity", severity_word(finding.severity)},
-                        {"rule", finding.rule},
-                        {"text", finding.text}});
-    const nlohmann::ordered_json whole = {{"errors", count_of(findings, Severity::error)},
-                                          {"warnings", count_of(findings, Severity::warning)},
-                                          {"accepted", accepted},
-                                          {"findings", list}};
-    // What is no UTF-8 in the files is none here either.
-    std::puts(whole.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    JsonWriter json(2);
+    json.begin('{');
+    json.add_number("errors", count_of(findings, Severity::error));
+    json.add_number("warnings", count_of(findings, Severity::warning));
+    json.add_number("accepted", accepted);
+    json.begin("findings", '[');
+    for (const Finding &finding : findings) {
+        json.begin('{');
+        json.add("file", product.path(finding.file));
+        json.add_number("line", finding.line);
+        json.add("severity", severity_word(finding.severity));
+        json.add("rule", finding.rule);
+        json.add("text", finding.text);
+        json.end();
+    }
+    json.end();
+    json.end();
+    std::puts(json.text().c_str());
 }
 
 std::string summary_of(const char *page)

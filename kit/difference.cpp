@@ -14,10 +14,9 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
-
 #include "directory.h"
 #include "foreign.h"
+#include "json.h"
 #include "mounts.h"
 #include "names.h"
 
@@ -424,8 +423,6 @@ bool unified_diff(const View &view, const Difference &difference, std::string &t
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 struct type_word {
     mode_t type;
     char letter;
@@ -518,16 +515,6 @@ std::string size_word(const Face &face)
                : "-";
 }
 
-std::string as_line(const Json &object)
-{
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-bool is_utf8(const std::string &text)
-{
-    return as_line(text) == Json(text).dump(-1, ' ', false, Json::error_handler_t::ignore);
-}
-
 std::string base16(const std::string &bytes)
 {
     constexpr const char *digits = "0123456789abcdef";
@@ -540,28 +527,27 @@ std::string base16(const std::string &bytes)
 }
 
 // A name as it is and, where JSON cannot hold that, its bytes beside it.
-void add_name(Json &object, const std::string &key, const std::string &name)
+void add_name(JsonWriter &json, const std::string &key, const std::string &name)
 {
-    object[key] = name;
-    if (!is_utf8(name))
-        object[key + "_base16"] = base16(name);
+    json.add(key, name);
+    if (utf8_of(name) != name)
+        json.add(key + "_base16", base16(name));
 }
 
-Json facts(const Face &face)
+void add_facts(JsonWriter &json, const Face &face)
 {
-    Json object = {{"type", type_of(face.mode).word},
-                   {"mode", octal_mode(face.mode)},
-                   {"owner", owner_name(face.owner)},
-                   {"group", group_name(face.group)},
-                   {"uid", face.owner},
-                   {"gid", face.group}};
+    json.add("type", type_of(face.mode).word);
+    json.add("mode", octal_mode(face.mode));
+    json.add("owner", owner_name(face.owner));
+    json.add("group", group_name(face.group));
+    json.add_number("uid", face.owner);
+    json.add_number("gid", face.group);
     if (S_ISREG(face.mode))
-        object["size"] = face.size;
+        json.add_number("size", static_cast<std::uint64_t>(face.size));
     if (is_device(face.mode))
-        object["device"] = size_word(face);
+        json.add("device", size_word(face));
     if (S_ISLNK(face.mode))
-        add_name(object, "target", face.target);
-    return object;
+        add_name(json, "target", face.target);
 }
 
 } // namespace
@@ -609,14 +595,22 @@ std::string as_text(const Difference &difference)
 
 std::string as_json(const Difference &difference, const std::string &diff)
 {
-    Json object = {{"change", change_word(difference.change)}};
-    add_name(object, "path", difference.path);
-    object.update(facts(face_of(difference)));
+    JsonWriter json;
+    json.begin('{');
+    json.add("change", change_word(difference.change));
+    add_name(json, "path", difference.path);
+    add_facts(json, face_of(difference));
     if (difference.change == Change::changed) {
-        object["differs"] = differing(difference);
-        object["before"] = facts(difference.before);
+        json.begin("differs", '[');
+        for (const std::string &word : differing(difference))
+            json.add(word);
+        json.end();
+        json.begin("before", '{');
+        add_facts(json, difference.before);
+        json.end();
     }
     if (!diff.empty())
-        object["diff"] = diff;
-    return as_line(object);
+        json.add("diff", diff);
+    json.end();
+    return json.text();
 }

@@ -10,7 +10,7 @@ list_packages=
 
 # What both programs are built with.
 # shellcheck disable=SC2034 # used by the scripts
-build_packages=(g++ cmake make nlohmann-json3-dev)
+build_packages=(g++ cmake make)
 
 # Answers --help and --packages, and refuses what the script's help does not name.
 check_arguments() {
