@@ -1,7 +1,6 @@
 #include <cstring>
 #include <filesystem>
 #include <iterator>
-#include <regex>
 #include <sstream>
 
 #include <sys/mount.h>
@@ -91,7 +90,9 @@ TEST_F(InitTest, CommandsStoreTheirOutcome)
         store);
     EXPECT_EQ(values_of(store, "r1"), read_all("long.txt"));
     EXPECT_EQ(values_of(store, "r2 r3 t1"), "(null)|(null)|(null)");
-    EXPECT_TRUE(std::regex_match(values_of(store, "t2"), std::regex("[0-9]{8}")));
+    const std::string date = values_of(store, "t2");
+    EXPECT_EQ(date.find_first_not_of("0123456789"), std::string::npos) << date;
+    EXPECT_EQ(date.size(), 8U) << date;
     EXPECT_EQ(new_errors(), "Failed to read (bin.txt), No such file or directory|"
                             "TimeDate 'none' is NULL");
     ASSERT_EQ(::chmod("my.int", 0666) | ::chmod("bin", 0555), 0);

@@ -1,6 +1,7 @@
 // The manual's tables beside the program's own: a word that only one of them has misleads.
-#include <regex>
 #include <set>
+
+#include <regex.h>
 
 #include "copy.h"
 #include "init.h"
@@ -16,10 +17,14 @@ using Words = std::multiset<std::string>;
 Words found_in(const char *path, const char *pattern)
 {
     const std::string text = read_all(std::string(INSTALLER_ROOT "/").append(path));
-    const std::regex wanted(pattern);
+    regex_t wanted;
+    EXPECT_EQ(::regcomp(&wanted, pattern, REG_EXTENDED), 0);
     Words words;
-    for (std::sregex_iterator match(text.begin(), text.end(), wanted), end; match != end; ++match)
-        words.insert((*match)[1]);
+    regmatch_t groups[2];
+    const char *at = text.c_str();
+    for (; ::regexec(&wanted, at, 2, groups, 0) == 0; at += groups[0].rm_eo)
+        words.emplace(at + groups[1].rm_so, at + groups[1].rm_eo);
+    ::regfree(&wanted);
     return words;
 }
 
