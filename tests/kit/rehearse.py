@@ -359,7 +359,7 @@ guestbook | .cpy | RmDir    $(cgi_dir)/$(folder)   -                   made | # 
 
 
 def proofs(kit, scratch, _):
-    """What a proof says of the sample, of the starter, and of either with one mistake in it."""
+    """What a proof says of the starter and of the sample, and which it refuses."""
     for name, keeps, lives in (("starter", [], 24), ("guestbook", SAMPLE_KEEPS, 112)):
         place = product(scratch / name, name)
         exactly = trees.snapshot(scratch, trees.times)
@@ -367,6 +367,19 @@ def proofs(kit, scratch, _):
         assert trees.snapshot(scratch, trees.times) == exactly, "the proof has changed something"
         assert proof.returncode == 0 and not proof.stderr, proof
         assert f"\n{lives} lives, 0 differ\n" in proof.stdout.decode(), proof
+    refused = product(scratch / "refused", "starter")
+    (refused / "install.dat").write_text((refused / "install.dat").read_text().replace("yes", "no"))
+    assert run(scratch, kit, "prove", "refused", "--set", "sure=true").returncode == 0
+    (refused / "install").unlink()
+    for arguments, sentence in ((["none"], "there is no folder 'none'"), (["."], "no product"),
+                                (["refused"], "there is no program 'install' in 'refused'"),
+                                (["--set", "x"], "usage: product-kit prove")):
+        ended = run(scratch, kit, "prove", *arguments)
+        assert ended.returncode == 125 and sentence in ended.stderr.decode(), ended
+
+
+def mistakes(kit, scratch, _):
+    """What a proof says of either with one mistake in it."""
     for number, line in enumerate(MISTAKES.strip().splitlines()):
         name, ending, old, new, expected = (field.strip() for field in line.split("|"))
         place = product(scratch / f"mistake{number}", name)
@@ -377,15 +390,6 @@ def proofs(kit, scratch, _):
         proof = run(scratch, kit, "prove", place, *(SAMPLE_KEEPS if name == "guestbook" else []))
         said = (proof.stdout + proof.stderr).decode()
         assert proof.returncode != 0 and re.search(expected, said, re.M), f"{line}: {said}"
-    refused = product(scratch / "refused", "starter")
-    (refused / "install.dat").write_text((refused / "install.dat").read_text().replace("yes", "no"))
-    assert run(scratch, kit, "prove", "refused", "--set", "sure=true").returncode == 0
-    (refused / "install").unlink()
-    for arguments, sentence in ((["none"], "there is no folder 'none'"), (["."], "no product"),
-                                (["refused"], "there is no program 'install' in 'refused'"),
-                                (["--set", "x"], "usage: product-kit prove")):
-        ended = run(scratch, kit, "prove", *arguments)
-        assert ended.returncode == 125 and sentence in ended.stderr.decode(), ended
 
 
 # What root sets up for an ordinary user, or for a container of one's own users.
@@ -421,7 +425,7 @@ if sys.argv[1] == "--here":
     import trees
     cases = {"trees": random_trees, "flows": flows, "killed": killed, "words": words,
              "faces": faces, "stacked": stacked, "corners": corners, "contained": contained,
-             "foreign": foreign, "proofs": proofs}
+             "foreign": foreign, "proofs": proofs, "mistakes": mistakes}
     installer, examples = (pathlib.Path(path) for path in sys.argv[4:6])
     os.umask(0o22)
     work = directory / "work"
