@@ -15,7 +15,7 @@
 
 namespace {
 
-LastError last_error;
+LastError last_copy_error;
 
 constexpr unsigned more_commands = 5;
 
@@ -820,13 +820,13 @@ int copy_seterror(pCopy x, unsigned index)
         return 0;
     if (!isfalse(ini_value_name(x->ini, command->source)))
         return 1;
-    last_error.set(command->dest);
+    last_copy_error.set(command->dest);
     return 0;
 }
 
 const char *copy_error()
 {
-    return last_error.text();
+    return last_copy_error.text();
 }
 
 void cerror(const char *format, ...)

@@ -16,11 +16,11 @@
 
 namespace {
 
-LastError last_error;
+LastError last_init_error;
 
 using PendingItem = Owned<init_item, init_item_free>;
 
-struct command_word {
+struct probe_word {
     const char *word;
     IItemMode mode;
     void (*run)(const init_item &item, Ini *ini);
@@ -99,7 +99,7 @@ void run_read_file(const init_item &item, Ini *ini)
         ini_add_name(ini, item.b, text.get());
 }
 
-constexpr command_word command_words[] = {
+constexpr probe_word probe_words[] = {
     {"Exist", IExist, run_exist},           {"Copy", ICopy, run_copy},
     {"HTTP_User", IHTTP_User, run_http},    {"HTTP_Group", IHTTP_Group, run_http},
     {"HTTP_Root", IHTTP_Root, run_http},    {"HTTP_Scripts", IHTTP_Scripts, run_http},
@@ -111,7 +111,7 @@ constexpr command_word command_words[] = {
 
 void set_mode(init_item &item, const char *word)
 {
-    if (const command_word *known = find_word(command_words, word, s_strcmp))
+    if (const probe_word *known = find_word(probe_words, word, s_strcmp))
         item.mode = known->mode;
     else
         emsg("Unknown init command '%s'", word);
@@ -128,12 +128,12 @@ void set_unless_dash(char **field, const char *text)
 
 const char *init_word(unsigned number)
 {
-    return word_at(command_words, number);
+    return word_at(probe_words, number);
 }
 
 IItemMode init_word_mode(unsigned number)
 {
-    const command_word *row = row_at(command_words, number);
+    const probe_word *row = row_at(probe_words, number);
     return row ? row->mode : IItemMode{};
 }
 
@@ -181,7 +181,7 @@ int init_load(pInit script, const char *file)
 
 const char *init_error()
 {
-    return last_error.text();
+    return last_init_error.text();
 }
 
 void init_seterror(const char *format, ...)
@@ -191,7 +191,7 @@ void init_seterror(const char *format, ...)
     va_start(arguments, format);
     vlprintf(message, line_size, format, arguments);
     va_end(arguments);
-    last_error.set(message);
+    last_init_error.set(message);
 }
 
 pIItem init_get_num(pInit script, int n)
@@ -240,7 +240,7 @@ void init_run(pInit script, Ini *ini)
         if (!init_is_wanted(*item, ini))
             continue;
         errno = 0;
-        for (const command_word &row : command_words)
+        for (const probe_word &row : probe_words)
             if (row.mode == item->mode)
                 row.run(*item, ini);
     }

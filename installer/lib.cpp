@@ -190,11 +190,11 @@ char *smake(const char *source, unsigned n)
 {
     if (!source || n == 0)
         return nullptr;
-    char *made = static_cast<char *>(std::malloc(static_cast<size_t>(n) + 1));
-    if (!made)
+    char *text = static_cast<char *>(std::malloc(static_cast<size_t>(n) + 1));
+    if (!text)
         out_of_memory();
-    scpy(made, source, static_cast<int>(n));
-    return made;
+    scpy(text, source, static_cast<int>(n));
+    return text;
 }
 
 char *sadd(char *text, const char *addition)

@@ -62,7 +62,7 @@ void shift_backups(const Log *log, const char *newest)
 }
 
 // The time as "Sun Nov 15 15:14:35 ", without the year.
-void print_time(char (&text)[21])
+void print_now(char (&text)[21])
 {
     const time_t now = std::time(nullptr);
     struct tm local {};
@@ -175,7 +175,7 @@ void log_line(Log *log, const char *text, LogLevel level)
     if (!log || level > log->Level || !ensure_open(log))
         return;
     char when[21];
-    print_time(when);
+    print_now(when);
     count_written(log,
                   std::fprintf(log->F, "%.20s [%d] %s: %s\n", when, static_cast<int>(::getpid()),
                                LevelNames[level], text ? text : "(NULL)"));

@@ -14,7 +14,7 @@
 
 namespace {
 
-LastError last_error;
+LastError last_question_error;
 
 constexpr std::uint32_t more_questions = 5;
 
@@ -411,7 +411,7 @@ int quest_answer(const questions *set, std::uint32_t index, char *answer)
 
 const char *quest_error()
 {
-    return last_error.text();
+    return last_question_error.text();
 }
 
 void quest_seterror(const char *format, ...)
@@ -423,7 +423,7 @@ void quest_seterror(const char *format, ...)
     vformat_reasoned(message, reason != 0 ? std::strerror(reason) : nullptr, format, arguments);
     va_end(arguments);
     emsg("%s", message);
-    last_error.set(message);
+    last_question_error.set(message);
     errno = reason;
 }
 
