@@ -371,10 +371,11 @@ def proofs(kit, scratch, _):
     (refused / "install.dat").write_text((refused / "install.dat").read_text().replace("yes", "no"))
     assert run(scratch, kit, "prove", "refused", "--set", "sure=true").returncode == 0
     (refused / "install").unlink()
+    # One that is installed on this machine would do as well.
     for arguments, sentence in ((["none"], "there is no folder 'none'"), (["."], "no product"),
                                 (["refused"], "there is no program 'install' in 'refused'"),
                                 (["--set", "x"], "usage: product-kit prove")):
-        ended = run(scratch, kit, "prove", *arguments)
+        ended = run(scratch, "env", "PATH=/nowhere", kit, "prove", *arguments)
         assert ended.returncode == 125 and sentence in ended.stderr.decode(), ended
 
 
