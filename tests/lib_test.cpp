@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <random>
+#include <string_view>
 
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -131,15 +132,15 @@ TEST(LibPaths, AreJoined)
 // --- Wildcards ------------------------------------------------------------------------------
 
 // What a pattern means where case counts, written down directly; it takes exponential time.
-bool meant(const std::string &text, const std::string &pattern)
+bool meant(std::string_view text, std::string_view pattern)
 {
     if (text.empty() || pattern.empty())
-        return text.empty() && pattern.find_first_not_of('*') == std::string::npos;
+        return text.empty() && pattern.find_first_not_of('*') == pattern.npos;
     if (pattern[0] != '*')
         return (pattern[0] == '?' || text[0] == pattern[0]) &&
                meant(text.substr(1), pattern.substr(1));
     const size_t stars = pattern.find_first_not_of('*');
-    bool found = stars == std::string::npos;
+    bool found = stars == pattern.npos;
     for (size_t at = 0; at < text.size() && !found; at++)
         found = text[at] == pattern[stars] && meant(text.substr(at), pattern.substr(stars));
     return found;
@@ -157,12 +158,12 @@ TEST(LibWildcards, AgreeWithTheirMeaningInNoTime)
     for (int pair = 0; pair < 20'000; pair++) {
         std::string text = any_of("aaAbb?*", 9);
         std::string pattern = any_of("aAb??**", 7);
-        SCOPED_TRACE(text + " against " + pattern);
         const bool folded = wmatch(text.c_str(), pattern.c_str(), 0);
-        ASSERT_EQ(wild_match(text.c_str(), pattern.c_str()), meant(text, pattern));
+        ASSERT_EQ(wild_match(text.c_str(), pattern.c_str()), meant(text, pattern))
+            << text << " against " << pattern;
         std::ranges::replace(text, 'A', 'a');
         std::ranges::replace(pattern, 'A', 'a');
-        ASSERT_EQ(folded, meant(text, pattern));
+        ASSERT_EQ(folded, meant(text, pattern)) << text << " against " << pattern;
     }
     EXPECT_EQ(wmatch(std::string(50'000, 'a').c_str(), "*a?*a?*a?*a?*a?*a?*a?*a?*a?*a?*b", 1), 0);
     EXPECT_TRUE(wild_list("a b,c", "x\t,,c") && !wild_list("ab", "a b") && !wild_list("", ""));
