@@ -16,7 +16,7 @@ namespace {
 
 using Record = Owned<File, file_free>;
 
-std::vector<std::string> told;
+std::vector<std::string> calls;
 
 std::string sorted(std::vector<std::string> lines)
 {
@@ -26,20 +26,20 @@ std::string sorted(std::vector<std::string> lines)
 
 template <char result> void tell(char *source, char *destination, int mode)
 {
-    told.push_back(result + shown(source) + " " + shown(destination) + (mode ? "" : " 0"));
+    calls.push_back(result + shown(source) + " " + shown(destination) + (mode ? "" : " 0"));
 }
 
 // What the callbacks were told since the last call: + for success, - for failure, 0 for mode 0.
 std::string news()
 {
-    return sorted(std::exchange(told, {}));
+    return sorted(std::exchange(calls, {}));
 }
 
 class FileTest : public InDirectory {
   protected:
     FileTest()
     {
-        told.clear();
+        calls.clear();
         file_setup_fn(tell<'+'>, tell<'-'>);
     }
 };

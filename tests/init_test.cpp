@@ -13,15 +13,15 @@
 
 namespace {
 
-using Script = Owned<init, init_free>;
+using Probes = Owned<init, init_free>;
 using InitTest = InDirectory;
 
-Script load(const std::string &text)
+Probes load(const std::string &text)
 {
     write_text("my.int", text);
-    Script script(init_init());
-    EXPECT_EQ(init_load(script.get(), "my.int"), 1);
-    return script;
+    Probes probes(init_init());
+    EXPECT_EQ(init_load(probes.get(), "my.int"), 1);
+    return probes;
 }
 
 // Loads and runs a script; what it prints.
@@ -36,9 +36,9 @@ std::string run(const std::string &text, const Store &store)
 TEST_F(InitTest, LinesBecomeItems)
 {
     const auto items_of = [&](const Fields &row) {
-        const Script script = load(row[0]);
+        const Probes probes = load(row[0]);
         std::string items;
-        for (pIItem item = init_get_num(script.get(), 0); item; item = init_get(script.get())) {
+        for (pIItem item = init_get_num(probes.get(), 0); item; item = init_get(probes.get())) {
             items += (items.empty() ? "" : "; ") + std::to_string(item->mode);
             for (const char *field : {item->a, item->b, item->control, item->compare})
                 items += field ? " " + std::string(field) : " -";
@@ -71,11 +71,11 @@ TEST_F(InitTest, LinesBecomeItems)
             "Exist " + p + " b c\nCopy a b - -=>2 a b - -! Unknown init command 'c'",
         },
         items_of);
-    const Script script = load("Copy a b - -\nCopy c d - -\n");
+    const Probes probes = load("Copy a b - -\nCopy c d - -\n");
     for (const auto move : {init_start, init_next, init_prev})
-        move(script.get());
-    EXPECT_STREQ(init_get(script.get())->a, "a");
-    EXPECT_EQ(init_load(script.get(), "no.int"), 0);
+        move(probes.get());
+    EXPECT_STREQ(init_get(probes.get())->a, "a");
+    EXPECT_EQ(init_load(probes.get(), "no.int"), 0);
     EXPECT_STREQ(init_error(), "Failed to read 'no.int', No such file or directory");
 }
 

@@ -7,7 +7,7 @@ namespace {
 
 // Runs a script over a new list; what it answers. A letter is added, '-' deletes, '?' reads, '^',
 // '>' and '<' move, '*' tells the number of items and all from the first on.
-std::string run(const Fields &script)
+std::string follow(const Fields &script)
 {
     const Owned<Linklist, list_free_dealloc> owner(list_init());
     Linklist *list = owner.get();
@@ -43,7 +43,7 @@ TEST(List, AnswersScripts)
                  "ab^x-<?-<*=>axx1b", "abc^>x<<->-<<->-<*=>abxc0",
                  // At the end the last item goes, wherever the end leads back to.
                  "abc^>x>>--*=>cb2ax"},
-                run);
+                follow);
 }
 
 } // namespace
