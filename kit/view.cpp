@@ -148,17 +148,36 @@ class Keeper {
         // up it sees its maker's end by itself.
         if (!scratch.is_made())
             ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        else if (!own_mounts.is_open() || ::unshare(CLONE_NEWNS) != 0)
+            return fail("a second mount namespace is refused");
         if (in_user_namespace && !keep_ids(user, group))
-            return fail("the user's own ids cannot be kept");
+            fail("the user's own ids cannot be kept");
+        else if (make_view(in_user_namespace, directory, scratch))
+            serve();
+        clean_up(scratch);
+    }
+
+  private:
+    bool make_view(bool in_user_namespace, const char *directory, const Scratch &scratch)
+    {
         AskOwner ask;
         if (in_user_namespace)
             ask = [this](const Descriptor &path) { return ask_owner(path); };
+        std::string reason;
         if (!tree.build(scratch, directory, ask))
-            return fail(tree.reason);
-        if (::chdir(directory) != 0)
-            return fail("the working directory '" + std::string(directory) +
-                        "' cannot be entered again");
-        renames = std::make_unique<RenameHelper>(tree, ask, std::move(groups));
+            reason = tree.reason;
+        else if (::chdir(directory) != 0)
+            reason =
+                "the working directory '" + std::string(directory) + "' cannot be entered again";
+        else
+            renames = std::make_unique<RenameHelper>(tree, ask, std::move(groups));
+        if (!renames)
+            fail(reason);
+        return renames != nullptr;
+    }
+
+    void serve()
+    {
         hand_over();
         drop_rights(false);
         Message message{.word = Word::ended};
@@ -170,10 +189,8 @@ class Keeper {
             if (message.word == Word::ended)
                 send_message(channel, message);
         }
-        clean_up(scratch);
     }
 
-  private:
     // Nobody's when the maker has ended.
     Owner ask_owner(const Descriptor &path)
     {
@@ -205,8 +222,12 @@ class Keeper {
     void clean_up(const Scratch &scratch)
     {
         end_others();
-        if (scratch.is_made())
-            remove_tree(tree.scratch_parent, scratch.own_name().c_str());
+        if (!scratch.is_made())
+            return;
+        // What something is mounted on cannot be removed where it is.
+        raise_rights();
+        ::setns(own_mounts.get(), CLONE_NEWNS);
+        remove_tree(tree.scratch_parent, scratch.own_name().c_str());
     }
 
     void hand_over()
@@ -286,6 +307,8 @@ class Keeper {
     }
 
     Descriptor channel;
+    // From before the view was mounted.
+    const Descriptor own_mounts{::open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC)};
     std::vector<ViewStep> steps;
     std::set<gid_t> groups; // as they are outside
     PrivateTree tree;
